@@ -1,0 +1,28 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/* Room for the hosted kernel's structures (asserted where each is defined) and its constants. */
+#pragma once
+
+#define KERNEL_SIZEOF_RAW_SPINLOCK 32
+#define KERNEL_SIZEOF_MUTEX 64
+#define KERNEL_SIZEOF_LOCK_CLASS_KEY 8
+#define KERNEL_SIZEOF_WAIT_QUEUE_HEAD 64
+#define KERNEL_SIZEOF_WAIT_QUEUE_ENTRY 64
+#define KERNEL_SIZEOF_RATELIMIT_STATE 64
+#define KERNEL_SIZEOF_NETLINK_KERNEL_CFG 16
+#define KERNEL_SIZEOF_KOBJ_ATTRIBUTE 40
+#define KERNEL_SIZEOF_ATTRIBUTE_GROUP 80
+#define KERNEL_SIZEOF_TIMER_LIST 64
+#define KERNEL_SIZEOF_WORK_STRUCT 32
+
+#define KERNEL_GROUP_ATTRIBUTES 8
+
+/* Zones of the node, and the items of the statistics as the 6.6 generation numbers them. */
+#define KERNEL_MAX_NR_ZONES 5
+#define KERNEL_NR_FREE_PAGES 0
+#define KERNEL_NR_INACTIVE_ANON 0
+#define KERNEL_NR_ACTIVE_ANON 1
+#define KERNEL_NR_UNEVICTABLE 4
+#define KERNEL_NR_SLAB_UNRECLAIMABLE_B 6
+#define KERNEL_NR_FILE_PAGES 19
+#define KERNEL_NR_SHMEM 23
+#define KERNEL_NR_SWAPCACHE 41

@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/*
+ * Relaxed single-word operations. None of them orders anything; where order matters the module
+ * takes a lock.
+ */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+static inline int atomic_read(const atomic_t *v)
+{
+	return __atomic_load_n(&v->counter, __ATOMIC_RELAXED);
+}
+
+static inline void atomic_set(atomic_t *v, int value)
+{
+	__atomic_store_n(&v->counter, value, __ATOMIC_RELAXED);
+}
+
+static inline void atomic_inc(atomic_t *v)
+{
+	__atomic_fetch_add(&v->counter, 1, __ATOMIC_RELAXED);
+}
+
+static inline int atomic_fetch_inc(atomic_t *v)
+{
+	return __atomic_fetch_add(&v->counter, 1, __ATOMIC_RELAXED);
+}
+
+static inline long atomic_long_read(const atomic_long_t *v)
+{
+	return __atomic_load_n(&v->counter, __ATOMIC_RELAXED);
+}
+
+KERNEL_END
+#endif

@@ -1,0 +1,65 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/*
+ * The ground that every header of the kernel interface stands on. All of them are valid C and C++:
+ * C for the helpers that implement them on a real kernel, C++ for the module.
+ *
+ * Names: a function or object that the kernel exports has the kernel's own name and signature. What
+ * is inline or a macro in the kernel has the prefix helper_ and does the one thing that it names.
+ *
+ * A helper file that is compiled inside a real kernel tree defines KERNEL_NATIVE_TYPES and includes
+ * the kernel's own header first: types then come from there, and the kernel's compiler checks each
+ * declaration here against its own.
+ */
+#pragma once
+
+#ifdef __cplusplus
+#define KERNEL_BEGIN extern "C" {
+#define KERNEL_END }
+#else
+#define KERNEL_BEGIN
+#define KERNEL_END
+#endif
+
+#ifndef KERNEL_NATIVE_TYPES
+#include <stddef.h>
+#include <stdint.h>
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+/* Sizes and constants of the kernel that this build is for; each kernel brings its own file. */
+#include <kernel_build/sizes.h>
+
+/* A kernel structure that is embedded by value but whose fields are the kernel's own business. */
+#define KERNEL_OPAQUE(name, size)                                                                  \
+	struct name {                                                                              \
+		_Alignas_kernel(8) unsigned char storage[(size) != 0 ? (size) : 1];                \
+	}
+#ifdef __cplusplus
+#define _Alignas_kernel(n) alignas(n)
+#else
+#define _Alignas_kernel(n) _Alignas(n)
+#endif
+
+/* One whole load or store that the compiler neither tears nor repeats; it orders nothing. */
+#define READ_ONCE(x) __atomic_load_n(&(x), __ATOMIC_RELAXED)
+#define WRITE_ONCE(x, value) __atomic_store_n(&(x), (value), __ATOMIC_RELAXED)
+#endif
+
+#ifdef __GNUC__
+#define KERNEL_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))
+#endif
+
+/* Lock annotations, checked by Clang's thread-safety analysis and empty elsewhere. */
+#if defined(__clang__) && defined(__cplusplus)
+#define TSA(x) __attribute__((x))
+#else
+#define TSA(x)
+#endif
+#define CAPABILITY(name) TSA(capability(name))
+#define SCOPED_CAPABILITY TSA(scoped_lockable)
+#define GUARDED_BY(lock) TSA(guarded_by(lock))
+#define ACQUIRE(...) TSA(acquire_capability(__VA_ARGS__))
+#define RELEASE(...) TSA(release_capability(__VA_ARGS__))
+#define REQUIRES(...) TSA(requires_capability(__VA_ARGS__))
+#define EXCLUDES(...) TSA(locks_excluded(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS TSA(no_thread_safety_analysis)

@@ -1,0 +1,16 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+#define __GFP_MOVABLE ((gfp_t)0x08u)
+#define __GFP_HIGH ((gfp_t)0x20u)
+#define __GFP_IO ((gfp_t)0x40u)
+#define __GFP_FS ((gfp_t)0x80u)
+#define __GFP_ZERO ((gfp_t)0x100u)
+#define __GFP_DIRECT_RECLAIM ((gfp_t)0x400u)
+#define __GFP_KSWAPD_RECLAIM ((gfp_t)0x800u)
+#define GFP_ATOMIC (__GFP_HIGH | __GFP_KSWAPD_RECLAIM)
+#define GFP_KERNEL (__GFP_DIRECT_RECLAIM | __GFP_KSWAPD_RECLAIM | __GFP_IO | __GFP_FS)
+#endif

@@ -1,0 +1,13 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+/* The kernel's clock tick counter; read it with READ_ONCE. */
+extern unsigned long volatile jiffies;
+
+KERNEL_END
+#endif

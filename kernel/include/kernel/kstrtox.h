@@ -1,0 +1,13 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+/* Optional sign, digits, one optional newline. Returns 0, -EINVAL or -ERANGE (res unchanged). */
+int kstrtoint(const char *s, unsigned int base, int *res);
+
+KERNEL_END
+#endif

@@ -1,0 +1,39 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+/* Waits until every read section that had begun has ended. Context: process, may sleep. */
+void synchronize_rcu(void);
+
+KERNEL_END
+#endif
+
+KERNEL_BEGIN
+
+/* A read section never sleeps and may be nested. Context: any. */
+void helper_rcu_read_lock(void);
+void helper_rcu_read_unlock(void);
+
+KERNEL_END
+
+#ifdef __cplusplus
+/* An RCU read section for the length of a scope. */
+class [[nodiscard]] rcu_read_guard
+{
+public:
+	rcu_read_guard()
+	{
+		helper_rcu_read_lock();
+	}
+	~rcu_read_guard()
+	{
+		helper_rcu_read_unlock();
+	}
+	rcu_read_guard(const rcu_read_guard &) = delete;
+	rcu_read_guard &operator=(const rcu_read_guard &) = delete;
+};
+#endif

@@ -1,0 +1,31 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+/* Bytes of a task's name, the NUL included. */
+#define TASK_COMM_LEN 16
+#define TASK_INTERRUPTIBLE 1
+#define TASK_NORMAL 3
+
+struct task_struct;
+
+/* Gives up the processor until the task is woken, if its state says so. May sleep. */
+void schedule(void);
+/* Makes a sleeping task runnable. Returns 1 if it was asleep. Context: any. */
+int wake_up_process(struct task_struct *task);
+
+KERNEL_END
+#endif
+
+KERNEL_BEGIN
+
+struct task_struct *helper_current(void);
+int helper_task_pid(const struct task_struct *task);
+/* The task's whole comm array, TASK_COMM_LEN bytes. */
+const char *helper_task_comm(const struct task_struct *task);
+
+KERNEL_END

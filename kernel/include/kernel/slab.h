@@ -1,0 +1,55 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/gfp.h>
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+struct kmem_cache;
+
+/* Flags of a cache. */
+#define SLAB_RECLAIM_ACCOUNT 0x20000u
+
+/* Returns null on failure. Context: process, may sleep. */
+struct kmem_cache *kmem_cache_create(const char *name, unsigned int size, unsigned int align,
+				     unsigned int flags, void (*ctor)(void *object));
+/* Null is ignored. The cache must hold no object. Context: process, may sleep. */
+void kmem_cache_destroy(struct kmem_cache *cache);
+void kmem_cache_free(struct kmem_cache *cache, void *object);
+
+KERNEL_END
+#endif
+
+/* What the slab allocator tells of one cache; private to it, so the kernel's headers lack it. */
+struct slabinfo {
+	unsigned long active_objs;
+	unsigned long num_objs;
+	unsigned long active_slabs;
+	unsigned long num_slabs;
+	unsigned long shared_avail;
+	unsigned int limit;
+	unsigned int batchcount;
+	unsigned int shared;
+	unsigned int objects_per_slab;
+	unsigned int cache_order;
+};
+
+KERNEL_BEGIN
+
+/* Context: process; the caller keeps the cache alive. */
+void get_slabinfo(struct kmem_cache *cache, struct slabinfo *info);
+
+/* Returns null on failure. Sleeps only where gfp allows it. */
+void *helper_kmem_cache_alloc(struct kmem_cache *cache, gfp_t gfp);
+/* The cache of an entry of the kernel's list of caches. */
+struct kmem_cache *helper_kmem_cache_of(struct list_head *entry);
+const char *helper_kmem_cache_name(const struct kmem_cache *cache);
+/* Bytes of one object with its metadata. */
+unsigned int helper_kmem_cache_full_size(const struct kmem_cache *cache);
+unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache);
+/* Writes the flags word; the caller holds the slab mutex. */
+void helper_kmem_cache_set_flags(struct kmem_cache *cache, unsigned int flags);
+
+KERNEL_END

@@ -1,0 +1,20 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+void *memcpy(void *to, const void *from, size_t n);
+void *memset(void *to, int byte, size_t n);
+int memcmp(const void *a, const void *b, size_t n);
+size_t strlen(const char *s);
+int strcmp(const char *a, const char *b);
+int strncmp(const char *a, const char *b, size_t n);
+
+/* Writes at most size bytes with the NUL. Returns the characters stored, the NUL not counted. */
+int scnprintf(char *buf, size_t size, const char *fmt, ...) KERNEL_PRINTF(3, 4);
+
+KERNEL_END
+#endif

@@ -1,0 +1,37 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/compiler.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+typedef uint8_t u8;
+typedef uint16_t u16;
+typedef uint32_t u32;
+typedef unsigned long long u64;
+typedef int32_t s32;
+typedef long long s64;
+
+/* Allocation flags, as the kernel lays them out. */
+typedef unsigned int gfp_t;
+/* File permissions. */
+typedef unsigned short umode_t;
+
+typedef struct {
+	int counter;
+} atomic_t;
+
+typedef struct {
+	long counter;
+} atomic_long_t;
+
+struct list_head {
+	struct list_head *next, *prev;
+};
+
+KERNEL_END
+#endif
+
+/* The 4 KiB page of the target. */
+#define KERNEL_PAGE_SHIFT 12

@@ -1,0 +1,32 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+struct vm_struct;
+
+/* Null is ignored. Context: process, may sleep. */
+void vfree(const void *addr);
+
+KERNEL_END
+#endif
+
+KERNEL_BEGIN
+
+/* Pages that back vmalloc areas now. Context: any. */
+unsigned long vmalloc_nr_pages(void);
+
+/* Virtually contiguous memory, the second one zero-filled; null on failure. May sleep. */
+void *helper_vmalloc(unsigned long size);
+void *helper_vzalloc(unsigned long size);
+
+/* An area's creator (a code address unless someone else wrote it), size in bytes, pages. */
+unsigned long helper_vm_struct_caller(const struct vm_struct *area);
+void helper_vm_struct_set_caller(struct vm_struct *area, unsigned long caller);
+unsigned long helper_vm_struct_size(const struct vm_struct *area);
+unsigned int helper_vm_struct_nr_pages(const struct vm_struct *area);
+
+KERNEL_END

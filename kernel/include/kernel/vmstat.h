@@ -1,0 +1,14 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+/* Global counts in pages, by item; a reading may be negative for a moment. */
+extern atomic_long_t vm_zone_stat[];
+extern atomic_long_t vm_node_stat[];
+
+KERNEL_END
+#endif

@@ -1,0 +1,29 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/lockdep.h>
+#include <kernel/sched.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_BEGIN
+
+KERNEL_OPAQUE(wait_queue_head, KERNEL_SIZEOF_WAIT_QUEUE_HEAD);
+KERNEL_OPAQUE(wait_queue_entry, KERNEL_SIZEOF_WAIT_QUEUE_ENTRY);
+
+void __init_waitqueue_head(struct wait_queue_head *wq_head, const char *name,
+			   struct lock_class_key *key);
+/* Queues the current task and sets its state; schedule() then sleeps. Context: process. */
+void prepare_to_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry, int state);
+void finish_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry);
+/* Wakes tasks in the states of mode, at most nr_exclusive exclusive ones. Context: any. */
+int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int nr_exclusive, void *key);
+
+KERNEL_END
+#endif
+
+KERNEL_BEGIN
+
+/* An entry for the current task that leaves the queue when it is woken. */
+void helper_init_wait(struct wait_queue_entry *wq_entry);
+
+KERNEL_END
