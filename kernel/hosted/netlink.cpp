@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <hosted/netlink.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include <hosted/fault.h>
+#include <hosted/judge.h>
+#include <hosted/leftovers.h>
+#include <kernel/netlink.h>
+
+struct net {
+};
+
+struct sock {
+	int unit;
+	void (*input)(sk_buff *skb);
+	unsigned running; // input callbacks; guarded by the network's lock
+};
+
+// A buffer from the heap, of the exact size, so that a read past the datagram is found.
+struct sk_buff {
+	std::vector<std::byte> data;
+	unsigned int len;
+};
+
+struct net init_net;
+
+namespace hosted
+{
+namespace
+{
+
+constexpr std::size_t align(std::size_t length)
+{
+	return (length + 3) & ~std::size_t{3};
+}
+
+// The kernel socket whose input callback this thread is in.
+thread_local const sock *in_input;
+
+} // namespace
+
+// Every socket of every unit, and the buffers that the module holds.
+class netlink_network
+{
+public:
+	static netlink_network &get()
+	{
+		static netlink_network network;
+		return network;
+	}
+
+	sock *create(int unit, void (*input)(sk_buff *skb))
+	{
+		const std::lock_guard guard(lock_);
+		if (unit < 0 || unit >= static_cast<int>(kernel_.size()) || kernel_[unit])
+			return nullptr;
+		kernel_[unit] = std::make_unique<sock>(sock{unit, input, 0});
+		return kernel_[unit].get();
+	}
+
+	void release(const sock *sk)
+	{
+		std::unique_lock guard(lock_);
+		std::unique_ptr<sock> &slot = kernel_[unit_of(sk)];
+		if (in_input == sk)
+			judge_stop("deadlock", "a netlink socket is released by its own callback");
+		const std::unique_ptr<sock> gone = std::move(slot);
+		changed_.wait(guard, [&] { return gone->running == 0; });
+	}
+
+	int send(const sock *from, std::unique_ptr<sk_buff> skb, std::uint32_t port, bool nonblock)
+	{
+		std::unique_lock guard(lock_);
+		const int unit = unit_of(from);
+		if (port == 0) {
+			guard.unlock();
+			return input(unit, *skb);
+		}
+		for (;;) {
+			const auto to = ports_.find({unit, port});
+			if (to == ports_.end())
+				return -ECONNREFUSED;
+			auto &[queue, capacity] = to->second;
+			if (queue.size() < capacity) {
+				skb->data.resize(skb->len);
+				queue.push_back(std::move(skb->data));
+				return static_cast<int>(skb->len);
+			}
+			if (nonblock)
+				return -EAGAIN;
+			changed_.wait(guard);
+		}
+	}
+
+	// Runs the input callback of a unit's kernel socket on a buffer that stays the kernel's.
+	int input(int unit, sk_buff &skb)
+	{
+		sock *sk = nullptr;
+		{
+			const std::lock_guard guard(lock_);
+			sk = kernel_[unit].get();
+			if (!sk || !sk->input)
+				return -ECONNREFUSED;
+			++sk->running;
+		}
+		const auto length = static_cast<int>(skb.len);
+		{
+			const callback_check check("netlink input");
+			const sock *outer = std::exchange(in_input, sk);
+			sk->input(&skb);
+			in_input = outer;
+		}
+		const std::lock_guard guard(lock_);
+		--sk->running;
+		changed_.notify_all();
+		return length;
+	}
+
+	void bind(int unit, std::uint32_t port, std::size_t capacity)
+	{
+		const std::lock_guard guard(lock_);
+		if (unit < 0 || unit >= static_cast<int>(kernel_.size()) || port == 0 ||
+		    !ports_.try_emplace({unit, port}, queue{{}, capacity}).second)
+			throw std::invalid_argument("netlink port " + std::to_string(port) +
+						    " cannot be bound");
+	}
+
+	void unbind(int unit, std::uint32_t port)
+	{
+		const std::lock_guard guard(lock_);
+		ports_.erase({unit, port});
+		changed_.notify_all();
+	}
+
+	std::optional<std::vector<std::byte>> receive(int unit, std::uint32_t port)
+	{
+		const std::lock_guard guard(lock_);
+		auto &datagrams = ports_.at({unit, port}).datagrams;
+		if (datagrams.empty())
+			return std::nullopt;
+		std::optional datagram = std::move(datagrams.front());
+		datagrams.pop_front();
+		changed_.notify_all();
+		return datagram;
+	}
+
+	sk_buff *hand_out(std::unique_ptr<sk_buff> skb)
+	{
+		const std::lock_guard guard(lock_);
+		sk_buff *const address = skb.get();
+		handed_out_.emplace(address, std::move(skb));
+		return address;
+	}
+
+	std::unique_ptr<sk_buff> take_back(sk_buff *skb)
+	{
+		const std::lock_guard guard(lock_);
+		auto node = handed_out_.extract(skb);
+		if (!node)
+			judge_stop("netlink buffer",
+				   "a buffer is sent or freed that is not the module's");
+		return std::move(node.mapped());
+	}
+
+	std::vector<std::string> leftovers()
+	{
+		const std::lock_guard guard(lock_);
+		std::vector<std::string> lines;
+		for (const auto &sk : kernel_)
+			if (sk)
+				lines.push_back("netlink socket of unit " +
+						std::to_string(sk->unit));
+		if (!handed_out_.empty())
+			lines.push_back(std::to_string(handed_out_.size()) + " netlink buffer(s)");
+		return lines;
+	}
+
+private:
+	struct queue {
+		std::deque<std::vector<std::byte>> datagrams;
+		std::size_t capacity;
+	};
+
+	// The unit of a socket that is open; the pointer alone may be stale.
+	int unit_of(const sock *sk)
+	{
+		const auto slot =
+			std::ranges::find_if(kernel_, [&](const auto &k) { return k.get() == sk; });
+		if (!sk || slot == kernel_.end())
+			judge_stop("netlink socket", "use of a socket that is not open");
+		return static_cast<int>(slot - kernel_.begin());
+	}
+
+	std::mutex lock_;
+	std::condition_variable changed_; // a callback ended, a queue has room, a port went
+	std::array<std::unique_ptr<sock>, 32> kernel_;
+	std::map<std::pair<int, std::uint32_t>, queue> ports_;
+	std::unordered_map<const sk_buff *, std::unique_ptr<sk_buff>> handed_out_;
+};
+
+namespace
+{
+
+const leftover_source netlink_leftovers([] { return netlink_network::get().leftovers(); });
+
+struct config {
+	void (*input)(sk_buff *skb);
+};
+static_assert(sizeof(config) <= sizeof(netlink_kernel_cfg));
+
+} // namespace
+
+netlink_socket::netlink_socket(int unit, std::uint32_t port, std::size_t capacity)
+	: unit_(unit), port_(port)
+{
+	netlink_network::get().bind(unit, port, capacity);
+}
+
+netlink_socket::~netlink_socket()
+{
+	netlink_network::get().unbind(unit_, port_);
+}
+
+int netlink_socket::send(std::span<const std::byte> datagram)
+{
+	might_sleep("netlink send of a process");
+	sk_buff skb{{datagram.begin(), datagram.end()}, static_cast<unsigned int>(datagram.size())};
+	const int result = netlink_network::get().input(unit_, skb);
+	return result < 0 ? result : 0;
+}
+
+std::optional<std::vector<std::byte>> netlink_socket::receive()
+{
+	return netlink_network::get().receive(unit_, port_);
+}
+
+} // namespace hosted
+
+using hosted::netlink_network;
+
+void helper_netlink_cfg_set_input(struct netlink_kernel_cfg *cfg,
+				  void (*input)(struct sk_buff *skb))
+{
+	const hosted::config config{input};
+	std::memcpy(cfg->storage, &config, sizeof(config));
+}
+
+struct sock *__netlink_kernel_create(struct net *, int unit, struct module *,
+				     struct netlink_kernel_cfg *cfg)
+{
+	hosted::might_sleep("netlink_kernel_create");
+	if (hosted::should_fail("netlink_kernel_create"))
+		return nullptr;
+	hosted::config config{};
+	std::memcpy(&config, cfg->storage, sizeof(config));
+	return netlink_network::get().create(unit, config.input);
+}
+
+void netlink_kernel_release(struct sock *sk)
+{
+	hosted::might_sleep("netlink_kernel_release");
+	netlink_network::get().release(sk);
+}
+
+int netlink_unicast(struct sock *ssk, struct sk_buff *skb, u32 portid, int nonblock)
+{
+	auto owned = netlink_network::get().take_back(skb);
+	if (!nonblock)
+		hosted::might_sleep("netlink_unicast");
+	return netlink_network::get().send(ssk, std::move(owned), portid, nonblock != 0);
+}
+
+struct sk_buff *helper_nlmsg_new(size_t payload, gfp_t flags)
+{
+	// Memory that nobody asked to be cleared holds something else than zero.
+	constexpr std::byte stale{0x5a};
+
+	if (flags & __GFP_DIRECT_RECLAIM)
+		hosted::might_sleep("nlmsg_new");
+	if (hosted::should_fail("nlmsg_new"))
+		return nullptr;
+	const size_t capacity = hosted::align(NLMSG_HDRLEN + payload);
+	return netlink_network::get().hand_out(std::make_unique<sk_buff>(
+		sk_buff{std::vector(capacity, flags & __GFP_ZERO ? std::byte{0} : stale), 0}));
+}
+
+struct nlmsghdr *helper_nlmsg_put(struct sk_buff *skb, u32 portid, u32 seq, int type, int payload,
+				  int flags)
+{
+	const size_t length = NLMSG_HDRLEN + static_cast<size_t>(payload);
+	const size_t taken = hosted::align(length);
+	if (payload < 0 || taken > skb->data.size() - skb->len)
+		return nullptr;
+	std::byte *start = skb->data.data() + skb->len;
+	skb->len += static_cast<unsigned int>(taken);
+	std::memset(start + length, 0, taken - length);
+	return new (start) nlmsghdr{static_cast<u32>(length), static_cast<u16>(type),
+				    static_cast<u16>(flags), seq, portid};
+}
+
+void *helper_nlmsg_data(const struct nlmsghdr *nlh)
+{
+	return const_cast<nlmsghdr *>(nlh + 1);
+}
+
+struct nlmsghdr *helper_nlmsg_hdr(const struct sk_buff *skb)
+{
+	return reinterpret_cast<nlmsghdr *>(const_cast<std::byte *>(skb->data.data()));
+}
+
+void helper_nlmsg_free(struct sk_buff *skb)
+{
+	netlink_network::get().take_back(skb);
+}
+
+unsigned int helper_skb_len(const struct sk_buff *skb)
+{
+	return skb->len;
+}

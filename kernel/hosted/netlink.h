@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The user's side of netlink.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace hosted
+{
+
+// A user process's socket, bound to a port of a unit while it lives. Thread safe.
+class netlink_socket
+{
+public:
+	// The receive queue holds capacity datagrams. Throws if the port is 0 or taken.
+	netlink_socket(int unit, std::uint32_t port, std::size_t capacity = 64);
+	~netlink_socket();
+	netlink_socket(const netlink_socket &) = delete;
+	netlink_socket &operator=(const netlink_socket &) = delete;
+
+	// Hands one datagram of any length to the kernel's socket, whose input callback runs on
+	// this thread. Returns 0 or -ECONNREFUSED.
+	int send(std::span<const std::byte> datagram);
+	// The oldest datagram of the queue; never waits.
+	std::optional<std::vector<std::byte>> receive();
+
+private:
+	const int unit_;
+	const std::uint32_t port_;
+};
+
+} // namespace hosted

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// A listing under construction. One thread at a time.
+#pragma once
+
+#include <string>
+
+#include <kernel/seq_file.h>
+
+struct seq_file {
+	std::string text;
+};

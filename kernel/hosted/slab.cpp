@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Objects: allocation, free and what a cache's slabs hold. The caches are in slab_caches.cpp.
+#include <hosted/slab.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include <fmt/format.h>
+
+#include <hosted/callstack.h>
+#include <hosted/fault.h>
+#include <hosted/judge.h>
+#include <hosted/poison.h>
+#include <hosted/slab_cache.h>
+#include <hosted/slab_pages.h>
+#include <hosted/vendor_hooks.h>
+
+namespace hosted
+{
+namespace
+{
+
+// Empty slabs that a cache keeps for its next allocations.
+constexpr unsigned long max_empty_slabs = 5;
+
+struct position {
+	slab *in;
+	unsigned index;
+};
+
+// Under the cache's lock, as grow and shrink.
+bool grow(kmem_cache &cache)
+{
+	auto fresh = std::make_unique<slab>();
+	fresh->cache = &cache;
+	fresh->pages = allocate_pages(cache.order, fresh.get());
+	if (!fresh->pages)
+		return false;
+	fresh->link.resize(cache.objects_per_slab);
+	for (unsigned i = 0; i < cache.objects_per_slab; i++)
+		fresh->link[i] = static_cast<std::uint16_t>(i + 1);
+	fresh->link.back() = slab::end;
+	poison(fresh->pages, std::size_t{cache.objects_per_slab} * cache.size);
+	cache.partial.push_back(*fresh.release());
+	cache.slabs++;
+	cache.empty_slabs++;
+	__atomic_fetch_add(&cache.pages_stat.counter, 1L << cache.order, __ATOMIC_RELAXED);
+	return true;
+}
+
+void shrink(kmem_cache &cache, slab &s)
+{
+	cache.slabs--;
+	__atomic_fetch_sub(&cache.pages_stat.counter, 1L << cache.order, __ATOMIC_RELAXED);
+	free_pages(s.pages, cache.order);
+	delete &s;
+}
+
+unsigned char *take(kmem_cache &cache)
+{
+	const std::lock_guard guard(cache.lock);
+	if (cache.partial.empty() && !grow(cache))
+		return nullptr;
+	slab &s = cache.partial.front();
+	const unsigned index = s.first_free;
+	s.first_free = s.link[index];
+	s.link[index] = slab::in_use;
+	if (s.allocated++ == 0)
+		cache.empty_slabs--;
+	if (s.first_free == slab::end)
+		cache.full.splice(cache.full.begin(), cache.partial, cache.partial.begin());
+	cache.objects++;
+	unsigned char *object = s.pages + std::size_t{index} * cache.size;
+	unpoison(object, cache.size);
+	return object;
+}
+
+position locate(const kmem_cache &cache, const void *object)
+{
+	slab *s = slab_at(object);
+	if (!s)
+		judge_stop("slab", fmt::format("free of {} into {}: not a slab object", object,
+					       cache.name));
+	if (s->cache != &cache)
+		judge_stop("slab", fmt::format("free of {} into {}: it belongs to {}", object,
+					       cache.name, s->cache->name));
+	const auto offset =
+		static_cast<unsigned>(static_cast<const unsigned char *>(object) - s->pages);
+	const unsigned index = offset / cache.size;
+	if (offset % cache.size != 0 || index >= cache.objects_per_slab)
+		judge_stop("slab", fmt::format("free of {} into {}: not the start of an object",
+					       object, cache.name));
+	return {s, index};
+}
+
+void put(kmem_cache &cache, position at)
+{
+	slab &s = *at.in;
+	const std::lock_guard guard(cache.lock);
+	if (s.link[at.index] != slab::in_use)
+		judge_stop("slab", fmt::format("double free into {}", cache.name));
+	poison(s.pages + std::size_t{at.index} * cache.size, cache.size);
+	const bool was_full = s.first_free == slab::end;
+	s.link[at.index] = s.first_free;
+	s.first_free = static_cast<std::uint16_t>(at.index);
+	s.allocated--;
+	cache.objects--;
+
+	slab_list &list = was_full ? cache.full : cache.partial;
+	if (s.allocated != 0) {
+		if (was_full)
+			cache.partial.splice(cache.partial.begin(), list, list.iterator_to(s));
+		return;
+	}
+	if (cache.empty_slabs < max_empty_slabs) {
+		cache.partial.splice(cache.partial.end(), list, list.iterator_to(s));
+		cache.empty_slabs++;
+		return;
+	}
+	list.erase(list.iterator_to(s));
+	shrink(cache, s);
+}
+
+} // namespace
+
+void *allocate_quietly(kmem_cache &cache, gfp_t gfp)
+{
+	if constexpr (judging)
+		if (gfp & __GFP_DIRECT_RECLAIM)
+			might_sleep("kmem_cache_alloc");
+	if (should_fail("kmem_cache_alloc"))
+		return nullptr;
+	unsigned char *object = take(cache);
+	if (object && (gfp & __GFP_ZERO))
+		std::memset(object, 0, cache.size);
+	return object;
+}
+
+void release_quietly(kmem_cache &cache, void *object)
+{
+	put(cache, locate(cache, object));
+}
+
+void *allocate(kmem_cache &cache, gfp_t gfp)
+{
+	void *object = allocate_quietly(cache, gfp);
+	if (in_use(__tracepoint_android_vh_slab_alloc_node)) [[unlikely]] {
+		static const std::array frames{
+			symbol_address("__kmem_cache_alloc_node", 0x1c0, 0x340),
+			symbol_address("kmem_cache_alloc", 0x6c, 0x2e0),
+		};
+		const unsigned long caller = caller_address();
+		const frame_scope scope(frames);
+		trace_android_vh_slab_alloc_node(object, caller, &cache);
+	}
+	return object;
+}
+
+void release(kmem_cache &cache, void *object)
+{
+	const position at = locate(cache, object);
+	// before the object can be anyone else's
+	if (in_use(__tracepoint_android_vh_slab_free)) [[unlikely]] {
+		static const std::array frames{
+			symbol_address("__cache_free", 0x50, 0x120),
+			symbol_address("kmem_cache_free", 0x38, 0x2c0),
+		};
+		const unsigned long caller = caller_address();
+		const frame_scope scope(frames);
+		trace_android_vh_slab_free(caller, &cache);
+	}
+	put(cache, at);
+}
+
+unsigned long footprint(kmem_cache &cache)
+{
+	const std::lock_guard guard(cache.lock);
+	return cache.slabs * cache.objects_per_slab * cache.size;
+}
+
+} // namespace hosted
+
+using namespace hosted;
+
+kmem_cache::~kmem_cache()
+{
+	for (slab_list *list : {&partial, &full})
+		list->clear_and_dispose([this](slab *s) { shrink(*this, *s); });
+}
+
+void *helper_kmem_cache_alloc(kmem_cache *cache, gfp_t gfp)
+{
+	return allocate(*cache, gfp);
+}
+
+void kmem_cache_free(kmem_cache *cache, void *object)
+{
+	release(*cache, object);
+}
+
+void get_slabinfo(kmem_cache *cache, slabinfo *info)
+{
+	const std::lock_guard guard(cache->lock);
+	*info = {};
+	info->active_objs = cache->objects;
+	info->num_objs = cache->slabs * cache->objects_per_slab;
+	info->active_slabs = info->num_slabs = cache->slabs;
+	info->objects_per_slab = cache->objects_per_slab;
+	info->cache_order = cache->order;
+}

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The inside of a slab cache.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <boost/intrusive/list.hpp>
+
+#include <kernel/slab.h>
+#include <kernel/types.h>
+
+namespace hosted
+{
+
+// A block of pages cut into objects. Guarded by its cache's lock, but for what never changes.
+struct slab : boost::intrusive::list_base_hook<> {
+	static constexpr std::uint16_t end = 0xfffe;	// of the free list
+	static constexpr std::uint16_t in_use = 0xffff; // what an allocated object's link says
+
+	kmem_cache *cache;
+	unsigned char *pages;
+	unsigned allocated = 0;
+	std::uint16_t first_free = 0;
+	std::vector<std::uint16_t> link; // the free list, by object
+};
+
+using slab_list = boost::intrusive::list<slab>;
+
+// How a list entry finds its cache; the list's head has none.
+struct cache_entry {
+	list_head list;
+	kmem_cache *cache;
+};
+
+} // namespace hosted
+
+struct kmem_cache {
+	kmem_cache(std::string_view name, unsigned object_size, unsigned align, unsigned flags,
+		   bool of_module);
+	~kmem_cache();
+	kmem_cache(const kmem_cache &) = delete;
+	kmem_cache &operator=(const kmem_cache &) = delete;
+
+	const std::string name;
+	const unsigned size; // of an object, alignment included
+	const unsigned order;
+	const unsigned objects_per_slab;
+	const bool of_module;
+	atomic_long_t &pages_stat; // where the pages are counted
+	std::atomic<unsigned> flags;
+	hosted::cache_entry entry{};
+
+	std::mutex lock;
+	hosted::slab_list partial; // slabs with a free object, the empty ones last
+	hosted::slab_list full;
+	unsigned long slabs = 0;
+	unsigned long empty_slabs = 0;
+	unsigned long objects = 0; // allocated
+};

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <algorithm>
+#include <hosted/irqs_off.h>
+#include <hosted/lockdep.h>
+#include <kernel/spinlock.h>
+#include <new>
+#include <thread>
+#include <type_traits>
+
+using namespace hosted;
+
+namespace
+{
+
+constinit thread_local irqs_off_timer *timer = nullptr;
+
+constexpr std::uint32_t spinlock_magic = 0xdead4ead;
+// Past this many looks the owner has probably lost its host CPU.
+constexpr unsigned looks_before_yield = 100;
+
+struct spinlock {
+	std::uint32_t magic = spinlock_magic;
+	unsigned lock_class;
+	std::atomic<bool> locked{false};
+	// compared with the caller's own context only, so a stale value does no harm
+	std::atomic<const thread_context *> owner{nullptr};
+};
+static_assert(sizeof(spinlock) <= sizeof(raw_spinlock_t));
+static_assert(std::is_trivially_destructible_v<spinlock>);
+
+spinlock &real(raw_spinlock_t *lock)
+{
+	return *reinterpret_cast<spinlock *>(lock->storage);
+}
+
+inline void pause()
+{
+#if defined(__x86_64__)
+	__builtin_ia32_pause();
+#elif defined(__aarch64__)
+	asm volatile("yield");
+#endif
+}
+
+void wait_until_free(const spinlock &lock)
+{
+	for (unsigned looks = 0; lock.locked.load(std::memory_order_relaxed); looks++) {
+		if (looks < looks_before_yield)
+			pause();
+		else
+			std::this_thread::yield();
+	}
+}
+
+} // namespace
+
+namespace hosted
+{
+
+irqs_off_timer::irqs_off_timer()
+{
+	timer = this;
+}
+
+irqs_off_timer::~irqs_off_timer()
+{
+	timer = nullptr;
+}
+
+void irqs_off_timer::begin()
+{
+	began_ = std::chrono::steady_clock::now();
+}
+
+void irqs_off_timer::end()
+{
+	longest_ = std::max(longest_, std::chrono::steady_clock::now() - began_);
+}
+
+} // namespace hosted
+
+void helper_raw_spin_lock_init(raw_spinlock_t *lock, const char *name, struct lock_class_key *key)
+{
+	if (judging && real(lock).magic == spinlock_magic && real(lock).locked)
+		judge_stop("spinlock initialised while held", name);
+	new (lock->storage) spinlock{.lock_class = lock_class(name, key)};
+}
+
+unsigned long _raw_spin_lock_irqsave(raw_spinlock_t *lock) NO_THREAD_SAFETY_ANALYSIS
+{
+	thread_context &ctx = self();
+	spinlock &spin = real(lock);
+	const unsigned long flags = ctx.irqs_off;
+
+	if constexpr (judging) {
+		if (spin.magic != spinlock_magic) [[unlikely]]
+			judge_stop("spinlock", "the lock was never initialised");
+		if (spin.owner.load(std::memory_order_relaxed) == &ctx) [[unlikely]]
+			judge_stop("spinlock taken twice", lock_class_name(spin.lock_class));
+		check_lock_order(ctx, spin.lock_class);
+	}
+	if (timer && !flags) [[unlikely]]
+		timer->begin();
+	ctx.irqs_off = true;
+	ctx.preempt_count += preempt_unit;
+	while (spin.locked.exchange(true, std::memory_order_acquire))
+		[[unlikely]] wait_until_free(spin);
+	if constexpr (judging) {
+		spin.owner.store(&ctx, std::memory_order_relaxed);
+		push_held_lock(ctx, lock, spin.lock_class);
+	}
+	return flags;
+}
+
+void _raw_spin_unlock_irqrestore(raw_spinlock_t *lock,
+				 unsigned long flags) NO_THREAD_SAFETY_ANALYSIS
+{
+	thread_context &ctx = self();
+	spinlock &spin = real(lock);
+
+	if constexpr (judging) {
+		if (spin.magic != spinlock_magic) [[unlikely]]
+			judge_stop("spinlock", "the lock was never initialised");
+		if (spin.owner.load(std::memory_order_relaxed) != &ctx) [[unlikely]]
+			judge_stop("spinlock released by a thread that does not hold it",
+				   lock_class_name(spin.lock_class));
+		spin.owner.store(nullptr, std::memory_order_relaxed);
+		pop_held_lock(ctx, lock);
+	}
+	spin.locked.store(false, std::memory_order_release);
+	ctx.preempt_count -= preempt_unit;
+	ctx.irqs_off = flags != 0;
+	if (timer && !flags) [[unlikely]]
+		timer->end();
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <algorithm>
+#include <hosted/task.h>
+
+task_struct::task_struct(std::string_view name, int number)
+{
+	hosted::set_task(*this, name, number);
+}
+
+namespace hosted
+{
+
+int new_pid()
+{
+	// above the small numbers that people give to tasks of their own
+	static constinit std::atomic<int> last{1000};
+	return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+void task_deleter::operator()(task_struct *task) const
+{
+	delete task;
+}
+
+task_ptr make_task(std::string_view comm, int pid)
+{
+	return task_ptr(new task_struct(comm, pid));
+}
+
+void set_task(task_struct &task, std::string_view comm, int pid)
+{
+	const std::string_view kept = comm.substr(0, TASK_COMM_LEN - 1);
+	std::fill(std::begin(task.comm), std::end(task.comm), '\0');
+	std::copy(kept.begin(), kept.end(), task.comm);
+	task.pid = pid;
+}
+
+} // namespace hosted

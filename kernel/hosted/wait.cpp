@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <hosted/judge.h>
+#include <hosted/sched.h>
+#include <kernel/spinlock.h>
+#include <kernel/wait.h>
+#include <type_traits>
+
+using namespace hosted;
+
+namespace
+{
+
+struct wait_entry {
+	wait_entry *next;
+	wait_entry *prev;
+	task_struct *task;
+
+	void unlink()
+	{
+		prev->next = next;
+		next->prev = prev;
+		next = prev = this;
+	}
+	[[nodiscard]] bool queued() const
+	{
+		return next != this;
+	}
+};
+static_assert(sizeof(wait_entry) <= sizeof(wait_queue_entry));
+static_assert(std::is_trivial_v<wait_entry>);
+
+// The lock is one of the interface, so that its caller's locks are judged against it.
+struct wait_queue {
+	raw_spinlock_t lock;
+	wait_entry head;
+};
+static_assert(sizeof(wait_queue) <= sizeof(wait_queue_head));
+static_assert(std::is_trivial_v<wait_queue>);
+
+wait_queue &real(struct wait_queue_head *wq_head)
+{
+	return *reinterpret_cast<wait_queue *>(wq_head->storage);
+}
+
+wait_entry &real(struct wait_queue_entry *wq_entry)
+{
+	return *reinterpret_cast<wait_entry *>(wq_entry->storage);
+}
+
+} // namespace
+
+void __init_waitqueue_head(struct wait_queue_head *wq_head, const char *name,
+			   struct lock_class_key *key)
+{
+	wait_queue &queue = real(wq_head);
+	helper_raw_spin_lock_init(&queue.lock, name, key);
+	queue.head = {&queue.head, &queue.head, nullptr};
+}
+
+void helper_init_wait(struct wait_queue_entry *wq_entry)
+{
+	wait_entry &entry = real(wq_entry);
+	entry = {&entry, &entry, self().task};
+}
+
+void prepare_to_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry, int state)
+{
+	wait_queue &queue = real(wq_head);
+	wait_entry &entry = real(wq_entry);
+
+	const irqsave_guard guard(queue.lock);
+	if (!entry.queued()) {
+		entry.next = queue.head.next;
+		entry.prev = &queue.head;
+		entry.next->prev = queue.head.next = &entry;
+	}
+	// under the lock, so that a waker that finds the entry also finds the state
+	set_current_state(state);
+}
+
+void finish_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry)
+{
+	set_current_state(task_running);
+	const irqsave_guard guard(real(wq_head).lock);
+	real(wq_entry).unlink();
+}
+
+int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int, void *)
+{
+	wait_queue &queue = real(wq_head);
+
+	const irqsave_guard guard(queue.lock);
+	for (wait_entry *entry = queue.head.next; entry != &queue.head;) {
+		wait_entry *next = entry->next;
+		if (wake_task(*entry->task, mode))
+			entry->unlink();
+		entry = next;
+	}
+	// what is counted are exclusive waiters, which this interface cannot make
+	return 0;
+}
