@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The netlink channel on which lmkd learns of leaks.
+//
+// Locks: channel_lock (mutex) serialises opening and closing; nothing is taken inside it but what
+// the kernel's socket calls take. Notifications take no lock: they read sk in an RCU read section,
+// and closing waits for those sections before it releases the socket.
+#include "lmkd_netlink.h"
+
+#include <kernel/atomic.h>
+#include <kernel/mutex.h>
+#include <kernel/netlink.h>
+#include <kernel/rcupdate.h>
+#include <kernel/string.h>
+
+#include "log.h"
+#include "mem_adapter.h"
+#include "subsystems.h"
+
+KERNEL_BEGIN
+void tarn_netlink_lmkd_ready(struct sk_buff *skb);
+KERNEL_END
+
+// 1 once the channel has been open; closing does not take it back.
+constinit unsigned int netlink_init = 0;
+
+namespace
+{
+
+// A buffer of the kernel's default netlink message size, 3712 bytes with the header.
+constexpr size_t message_payload = 3712 - NLMSG_HDRLEN;
+
+constinit struct mutex channel_lock = {};
+constinit struct lock_class_key channel_lock_key = {};
+// Written under channel_lock, read in RCU read sections.
+constinit struct sock *sk = nullptr;
+constinit struct netlink_kernel_cfg nlcfg = {};
+// One word, written by each handshake and read by each notification: the last handshake wins.
+constinit u32 lmkd_nl_pid = 0;
+constinit atomic_t seq = {};
+
+} // namespace
+
+void lmkd_netlink_load(void)
+{
+	__mutex_init(&channel_lock, "lmkd channel_lock", &channel_lock_key);
+	helper_netlink_cfg_set_input(&nlcfg, tarn_netlink_lmkd_ready);
+}
+
+int tarn_memory_netlink_init(void)
+{
+	const mutex_guard guard(channel_lock);
+
+	if (sk) {
+		MEM_INFO("netlink is open already.\n");
+		return 0;
+	}
+	struct sock *opened =
+		__netlink_kernel_create(&init_net, lmkd_netlink_unit, &__this_module, &nlcfg);
+	if (!opened) {
+		MEM_ERR("netlink_kernel_create error.\n");
+		return -1;
+	}
+	MEM_INFO("netlink_kernel_create success.\n");
+	// Release: pairs with the acquire in lmkd_notify, which uses what the socket points to.
+	__atomic_store_n(&sk, opened, __ATOMIC_RELEASE);
+	WRITE_ONCE(netlink_init, 1u);
+	return 0;
+}
+
+void tarn_memory_netlink_exit(void)
+{
+	const mutex_guard guard(channel_lock);
+	struct sock *closing = sk;
+
+	if (!closing)
+		return;
+	WRITE_ONCE(sk, static_cast<struct sock *>(nullptr));
+	synchronize_rcu();
+	netlink_kernel_release(closing);
+	MEM_INFO("netlink_kernel_release.\n");
+}
+
+// The socket's input callback, once a datagram, in the context of the sender. Datagrams come from
+// user space as they are, so a header may be missing.
+void tarn_netlink_lmkd_ready(struct sk_buff *skb)
+{
+	const unsigned int len = helper_skb_len(skb);
+
+	if (len < NLMSG_HDRLEN) {
+		MEM_INFO("message of %u bytes ignored\n", len);
+		return;
+	}
+	const struct nlmsghdr *nlh = helper_nlmsg_hdr(skb);
+
+	if (nlh->nlmsg_type != NETLINK_LMKD_INIT) {
+		MEM_INFO("type: %d not supported\n", nlh->nlmsg_type);
+		return;
+	}
+	WRITE_ONCE(lmkd_nl_pid, nlh->nlmsg_pid);
+	MEM_INFO("NETLINK_LMKD_INIT: lmkd_nl_pid: %d\n", static_cast<int>(nlh->nlmsg_pid));
+}
+
+int lmkd_notify(unsigned int value)
+{
+	const rcu_read_guard guard;
+	// Acquire: pairs with the release in tarn_memory_netlink_init.
+	struct sock *channel = __atomic_load_n(&sk, __ATOMIC_ACQUIRE);
+
+	if (!channel) {
+		MEM_ERR("netlink is not open, value: %u\n", value);
+		return -1;
+	}
+	struct sk_buff *skb = helper_nlmsg_new(message_payload, GFP_ATOMIC | __GFP_ZERO);
+	if (!skb) {
+		MEM_ERR("NETLINK_LMKD_INIT nlmsg_new fail\n");
+		return -1;
+	}
+	struct nlmsghdr *nlh = helper_nlmsg_put(skb, 0, static_cast<u32>(atomic_fetch_inc(&seq)),
+						NETLINK_LMKD_NOTIFY, sizeof(value), 0);
+	memcpy(helper_nlmsg_data(nlh), &value, sizeof(value));
+
+	const u32 port = READ_ONCE(lmkd_nl_pid);
+	const int ret = netlink_unicast(channel, skb, port, MSG_DONTWAIT);
+
+	MEM_INFO("port:%d type: %d, value: %u, ret: %d\n", static_cast<int>(port),
+		 NETLINK_LMKD_NOTIFY, value, ret < 0 ? ret : 0);
+	return 0;
+}

@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The readout: a tracker's records as text in a user's buffer.
+#include <kernel/err.h>
+#include <kernel/stackdepot.h>
+#include <kernel/string.h>
+#include <kernel/uaccess.h>
+#include <kernel/vmalloc.h>
+
+#include "log.h"
+#include "mem_adapter.h"
+#include "memcheck.h"
+#include "slub_track.h"
+
+namespace
+{
+
+constexpr u64 max_text_size = 5242880; // bytes a caller may ask for
+// The tracker is asked for many records, since those that it does not return are lost, and the
+// heaviest few are rendered.
+constexpr unsigned long max_records = 8192;
+constexpr long rendered_records = 25;
+
+// Text of at most size - 1 characters and a NUL; what does not fit is cut off.
+struct text_buffer {
+	char *text;
+	size_t size;
+	size_t used;
+
+	[[nodiscard]] bool full() const
+	{
+		return used >= size - 1;
+	}
+
+	template <class... Args>
+	void append(const char *fmt, Args... args)
+	{
+		used += static_cast<size_t>(scnprintf(text + used, size - used, fmt, args...));
+	}
+};
+
+constexpr const char *kind_texts[SLUB_KINDS] = {"SLUB_ALLOC", "SLUB_FREE"};
+
+void append_record(text_buffer &text, const slub_stack_record &record)
+{
+	unsigned long *frames = nullptr;
+	const unsigned int count = slub_handle_frames(record.handle, &frames);
+
+	text.append("[0x%lx c:(%d/%lu) (p:%ld-%ld) %s]\n",
+		    static_cast<unsigned long>(record.handle), atomic_read(&record.count),
+		    static_cast<unsigned long>(record.total), static_cast<long>(record.pid_min),
+		    static_cast<long>(record.pid_max), record.comm);
+	for (unsigned int i = 0; i < count && !text.full(); i++)
+		text.append("  %pS\n", reinterpret_cast<void *>(frames[i]));
+}
+
+// Renders one kind; false when the readout ends with it.
+bool memcheck_get_slub_kind(text_buffer &text, slub_stack_record *records, int kind)
+	REQUIRES(memcheck_lock)
+{
+	// These lines carry the name of the whole step.
+	constexpr const char *step = "memcheck_get_slub_stack";
+
+	if (page_trace_open(TRACE_TYPE_SLUB, kind)) {
+		MEM_LOG(KERN_ERR, step, "open slub stack failed\n");
+		return false;
+	}
+	long num = page_trace_read(TRACE_TYPE_SLUB, records, max_records, kind);
+
+	if (num > rendered_records)
+		num = rendered_records;
+	if (num == 0) {
+		MEM_LOG(KERN_INFO, step, "empty %s stack record\n", kind_texts[kind]);
+		page_trace_close(TRACE_TYPE_SLUB);
+		return true;
+	}
+	if (page_trace_close(TRACE_TYPE_SLUB)) {
+		MEM_LOG(KERN_ERR, step, "close slub track failed\n");
+		return false;
+	}
+
+	text.append("@@@@@%s %s@@@@@\n", static_cast<const char *>(top_slub_name),
+		    kind_texts[kind]);
+	if (text.full())
+		return false;
+	for (long i = 0; i < num && !text.full(); i++)
+		append_record(text, records[i]);
+	if (text.full()) {
+		MEM_LOG(KERN_ERR, step,
+			"memcheck_stack_to_str fail ret_num:%lu num:%lu used:%lu total:%lu\n",
+			static_cast<unsigned long>(num), max_records, text.used, text.size);
+		return false;
+	}
+	return true;
+}
+
+int memcheck_get_slub_stack(text_buffer &text) REQUIRES(memcheck_lock)
+{
+	auto *records = static_cast<slub_stack_record *>(
+		helper_vzalloc(max_records * sizeof(slub_stack_record)));
+
+	if (!records)
+		return -ENOMEM;
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++) {
+		if (!memcheck_get_slub_kind(text, records, kind))
+			break;
+	}
+	vfree(records);
+	return 0;
+}
+
+int memcheck_render(u32 type, text_buffer &text) EXCLUDES(memcheck_lock)
+{
+	const mutex_guard guard(memcheck_lock);
+
+	switch (type) {
+	case MEMTYPE_SLUB:
+		return memcheck_get_slub_stack(text);
+	case MEMTYPE_VMALLOC:
+		page_trace_open(TRACE_TYPE_VMALLOC, SLUB_ALLOC);
+		page_trace_read(TRACE_TYPE_VMALLOC, nullptr, max_records, SLUB_ALLOC);
+		page_trace_close(TRACE_TYPE_VMALLOC);
+		return 0;
+	default:
+		return 0;
+	}
+}
+
+int memcheck_kernel_stack_read(void *user_arg, struct memcheck_info *info, const text_buffer &text)
+{
+	info->size = text.used;
+	if (helper_copy_to_user(user_arg, info, sizeof(*info))) {
+		MEM_ERR("copy to user failed\n");
+		return -EFAULT;
+	}
+	if (text.used && helper_copy_to_user(static_cast<char *>(user_arg) + sizeof(*info),
+					     text.text, text.used)) {
+		MEM_ERR("payload copy to user failed\n");
+		return -EFAULT;
+	}
+	return 0;
+}
+
+} // namespace
+
+int memcheck_stack_read(void *user_arg, struct memcheck_info *info)
+{
+	text_buffer text = {static_cast<char *>(helper_vzalloc(info->size + 1)),
+			    static_cast<size_t>(info->size), 0};
+
+	if (!text.text)
+		return -ENOMEM;
+	int ret = memcheck_render(info->type, text);
+
+	if (!ret)
+		ret = memcheck_kernel_stack_read(user_arg, info, text);
+	vfree(text.text);
+	return ret;
+}
+
+int tarn_process_leak_read(void *user_arg)
+{
+	memcheck_info info = {};
+
+	if (helper_copy_from_user(&info, user_arg, sizeof(info))) {
+		MEM_ERR("copy from_user failed\n");
+		return -EFAULT;
+	}
+	if (info.size == 0 || info.size > max_text_size) {
+		MEM_ERR("wrong size %llu\n", static_cast<unsigned long long>(info.size));
+		return -EINVAL;
+	}
+	if (!(info.type & memtype_mask)) {
+		MEM_ERR("wrong type %d\n", static_cast<int>(info.type));
+		return -EINVAL;
+	}
+	return memcheck_stack_read(user_arg, &info);
+}

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// What the module shows to its kernel, once for every kernel: its parameters and its exports.
+#pragma once
+
+#define TARN_MODULE_NAME "tarn_mem_adapter"
+#define TARN_MODULE_LICENSE "GPL v2"
+#define TARN_MODULE_DESCRIPTION "Tarn MEM ADAPTER Driver"
+#define TARN_MODULE_SOFTDEP "pre: ember"
+#define TARN_MODULE_IMPORT_NS MINIDUMP
+
+// X(parameter, variable, type, permissions)
+#define TARN_MODULE_PARAMS(X)                                                                      \
+	X(netlink_init, netlink_init, uint, 0444)                                                  \
+	X(slab_k, slab_k, uint, 0644)                                                              \
+	X(vmalloc_k, vmalloc_k, uint, 0644)                                                        \
+	X(slab_leak_k, slab_leak_k, uint, 0644)                                                    \
+	X(vmalloc_leak_k, vmalloc_leak_k, uint, 0644)                                              \
+	X(memtrack_init_state, memtrack_init_state, uint, 0444)                                    \
+	X(slub_track_flag, slub_track_flag, int, 0644)                                             \
+	X(specified_target, specified_target, charp, 0644)                                         \
+	X(vmalloc_track_flag, vmalloc_track_flag, int, 0644)
+
+// X(function) for any module, G(function) for GPL modules
+#define TARN_MODULE_EXPORTS(X, G)                                                                  \
+	X(tarn_get_totalreserve_pages)                                                             \
+	X(tarn_get_free_page)                                                                      \
+	X(tarn_get_file_page)                                                                      \
+	X(tarn_get_anon_page)                                                                      \
+	X(tarn_get_zram_page)                                                                      \
+	X(tarn_cpa_get_zram_watermark_page)                                                        \
+	X(tarn_memory_netlink_init)                                                                \
+	X(tarn_memory_netlink_exit)                                                                \
+	X(lmkd_notify)                                                                             \
+	X(tarn_should_dump_unreclaim_slab)                                                         \
+	X(tarn_should_detect_slab_leak)                                                            \
+	X(tarn_should_dump_vmalloc)                                                                \
+	X(tarn_should_detect_vmalloc_leak)                                                         \
+	X(tarn_process_set_th)                                                                     \
+	X(tarn_process_get_val)                                                                    \
+	X(tarn_meminfo_parameter_init)                                                             \
+	X(tarn_meminfo_parameter_exit)                                                             \
+	X(tarn_process_leak_detect)                                                                \
+	X(tarn_memtrack_init)                                                                      \
+	X(tarn_memtrack_exit)                                                                      \
+	X(tarn_process_leak_read)                                                                  \
+	G(tarn_memory_event_report)

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The drain threads, and the trees that they fold the rings into.
+#include <kernel/err.h>
+#include <kernel/kthread.h>
+#include <kernel/string.h>
+#include <kernel/vmalloc.h>
+
+#include "log.h"
+#include "slub_track.h"
+
+KERNEL_BEGIN
+int kslubtrackd(void *data);
+KERNEL_END
+
+constinit slub_ringbuf srb_array[SLUB_KINDS] = {};
+constinit slub_track_state slub_track[SLUB_KINDS] = {};
+constinit struct kmem_cache *slub_track_cache = nullptr;
+
+namespace
+{
+
+constinit struct lock_class_key ring_lock_key = {};
+constinit struct lock_class_key slub_wait_key = {};
+constinit struct lock_class_key slub_mutex_key = {};
+
+// A task name as two numbers, in the little-endian order in which the tree compares them.
+struct comm_key {
+	s64 head;
+	s64 tail;
+
+	explicit comm_key(const char (&comm)[TASK_COMM_LEN])
+	{
+		memcpy(&head, comm, sizeof(head));
+		memcpy(&tail, comm + sizeof(head), sizeof(tail));
+	}
+};
+
+// Below, at or above 0 as the entry's key is less than, equal to or greater than the node's.
+int compare_key(const slub_track_entry &entry, const slub_caller_node &node)
+{
+	if (entry.handle != node.handle)
+		return entry.handle < node.handle ? -1 : 1;
+	const comm_key a(entry.comm);
+	const comm_key b(node.comm);
+
+	if (a.head != b.head)
+		return a.head < b.head ? -1 : 1;
+	if (a.tail != b.tail)
+		return a.tail < b.tail ? -1 : 1;
+	return 0;
+}
+
+slub_caller_node *caller_of(struct rb_node *node)
+{
+	return reinterpret_cast<slub_caller_node *>(node);
+}
+
+void count_again(slub_caller_node &node, s64 pid)
+{
+	atomic_inc(&node.count);
+	if (pid < node.pid_min)
+		node.pid_min = pid;
+	else if (pid > node.pid_max)
+		node.pid_max = pid;
+}
+
+// Without memory for a node the event is lost: it is consumed already, and nothing here may wait.
+void add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_node *parent,
+		struct rb_node **link)
+{
+	auto *node = static_cast<slub_caller_node *>(
+		helper_kmem_cache_alloc(slub_track_cache, GFP_ATOMIC));
+
+	if (!node)
+		return;
+	node->handle = entry.handle;
+	atomic_set(&node->count, 1);
+	memcpy(node->comm, entry.comm, sizeof(node->comm));
+	node->pid_min = entry.pid;
+	node->pid_max = entry.pid;
+	rb_link_node(&node->node, parent, link);
+	rb_insert_color(&node->node, &root);
+}
+
+void count_entry(const slub_track_entry &entry, struct rb_root &root)
+{
+	struct rb_node **link = &root.rb_node;
+	struct rb_node *parent = nullptr;
+
+	while (*link) {
+		slub_caller_node *node = caller_of(*link);
+		const int order = compare_key(entry, *node);
+
+		if (order == 0) {
+			count_again(*node, entry.pid);
+			return;
+		}
+		parent = *link;
+		link = order < 0 ? &parent->rb_left : &parent->rb_right;
+	}
+	add_caller(entry, root, parent, link);
+}
+
+void drain_ring(slub_ringbuf &ring, struct rb_root &root) REQUIRES(ring.lock)
+{
+	for (; ring.in != ring.out; ring.out++)
+		count_entry(ring.buf[ring.out & (ring.size - 1)], root);
+}
+
+} // namespace
+
+static_assert(offsetof(slub_caller_node, node) == 0);
+
+// Once a load, never again: a readout may hold a ring's lock while the tracker is switched on.
+void slub_init_rings(void)
+{
+	for (slub_ringbuf &ring : srb_array)
+		helper_raw_spin_lock_init(&ring.lock, "srb_array[kind].lock", &ring_lock_key);
+}
+
+void slub_fetch_node(u32 kind)
+{
+	slub_ringbuf &ring = srb_array[kind];
+	const irqsave_guard guard(ring.lock);
+
+	drain_ring(ring, slub_track[kind].root);
+}
+
+void slub_free_ring(u32 kind)
+{
+	slub_ringbuf &ring = srb_array[kind];
+	slub_track_entry *buf = nullptr;
+	{
+		const irqsave_guard guard(ring.lock);
+
+		drain_ring(ring, slub_track[kind].root);
+		buf = ring.buf;
+		ring.buf = nullptr;
+	}
+	vfree(buf);
+}
+
+void slub_drop_tree(u32 kind)
+{
+	struct rb_root &root = slub_track[kind].root;
+	const irqsave_guard guard(srb_array[kind].lock);
+
+	while (struct rb_node *node = rb_first(&root)) {
+		rb_erase(node, &root);
+		kmem_cache_free(slub_track_cache, caller_of(node));
+	}
+}
+
+int kslubtrackd(void *data)
+{
+	auto *state = static_cast<slub_track_state *>(data);
+
+	while (!kthread_should_stop()) {
+		struct wait_queue_entry wait;
+
+		helper_init_wait(&wait);
+		prepare_to_wait(&state->slub_wait, &wait, TASK_INTERRUPTIBLE);
+		// A stop that came before the state was set would not wake us again.
+		if (!kthread_should_stop())
+			schedule();
+		finish_wait(&state->slub_wait, &wait);
+
+		const mutex_guard guard(state->slub_mutex);
+
+		if (READ_ONCE(slub_track_flag))
+			slub_fetch_node(state->kind);
+	}
+	return 0;
+}
+
+int slub_create_track(u32 kind, const char *name)
+{
+	slub_track_state &state = slub_track[kind];
+
+	__init_waitqueue_head(&state.slub_wait, "&slub_track[type].slub_wait", &slub_wait_key);
+	__mutex_init(&state.slub_mutex, "&slub_track[type].slub_mutex", &slub_mutex_key);
+	state.root = {};
+	state.kind = kind;
+
+	struct task_struct *task = kthread_create_on_node(kslubtrackd, &state, -1, "slub-%s", name);
+
+	if (IS_ERR(task)) {
+		state.task = nullptr;
+		MEM_ERR("slub_ktrackd failed!\n");
+		return -EINVAL;
+	}
+	wake_up_process(task);
+	state.task = task;
+	return 0;
+}
+
+void slub_stop_track(u32 kind)
+{
+	slub_track_state &state = slub_track[kind];
+
+	if (state.task)
+		kthread_stop(state.task);
+	state.task = nullptr;
+}

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The probes in the slab allocator. They run in the allocator's caller's context, any at all.
+#include <kernel/preempt.h>
+#include <kernel/ratelimit.h>
+#include <kernel/stackdepot.h>
+#include <kernel/string.h>
+
+#include "leak_notify.h"
+#include "leak_threshold.h"
+#include "lmkd_netlink.h"
+#include "mem_adapter.h"
+#include "mem_event.h"
+#include "page_stat.h"
+#include "slub_track.h"
+#include "subsystems.h"
+
+namespace
+{
+
+constexpr unsigned int stack_depth = 7;
+// The recorder, the probe, the tracepoint's own function and two of the allocator.
+constexpr unsigned int own_frames = 5;
+
+constinit ratelimit_state slub_detect_notify = {};
+
+void maybe_need_notify()
+{
+	if (READ_ONCE(slab_leak_k) >= unreclaimable_slab_kib())
+		return;
+	if (!___ratelimit(&slub_detect_notify, __func__))
+		return;
+	lmkd_notify(LMKD_EVENT_SLAB_LEAK);
+	mem_event_count(MM_EVENT_SLAB_LEAK);
+}
+
+// Everything that takes time is done before the ring's lock.
+slub_track_entry make_entry(unsigned long addr)
+{
+	unsigned long stack[stack_depth];
+	const unsigned int depth = stack_trace_save(stack, stack_depth, own_frames);
+	const depot_stack_handle_t handle = stack_depot_save(stack, depth, __GFP_KSWAPD_RECLAIM);
+	slub_track_entry entry;
+
+	entry.handle = handle ? handle : addr;
+	if (in_interrupt_context()) {
+		entry.pid = 0;
+		memset(entry.comm, 0, sizeof(entry.comm));
+	} else {
+		const struct task_struct *task = helper_current();
+
+		entry.pid = helper_task_pid(task);
+		memcpy(entry.comm, helper_task_comm(task), sizeof(entry.comm));
+	}
+	return entry;
+}
+
+// Inlined into both recorders, so that each of them is the one frame between probe and capture.
+[[gnu::always_inline]] inline void record_event(int kind, unsigned long addr)
+{
+	slub_ringbuf &ring = srb_array[kind];
+
+	if (!READ_ONCE(slub_track_flag))
+		return;
+	const slub_track_entry entry = make_entry(addr);
+	const irqsave_guard guard(ring.lock);
+
+	// Off since the first look, or switched on by hand without rings.
+	if (!READ_ONCE(slub_track_flag) || !ring.buf)
+		return;
+	if (ring.in - ring.out < ring.size)
+		ring.buf[ring.in++ & (ring.size - 1)] = entry;
+	if (ring.in - ring.out >= ring.size / 2)
+		__wake_up(&slub_track[kind].slub_wait, TASK_NORMAL, 1, nullptr);
+}
+
+bool is_tracked(const struct kmem_cache *cache)
+{
+	return helper_kmem_cache_flags(cache) & SLUB_TRACK_MARK;
+}
+
+} // namespace
+
+void slub_track_load(void)
+{
+	helper_ratelimit_state_init(&slub_detect_notify, leak_notify_interval, leak_notify_burst);
+	slub_init_rings();
+}
+
+// Not inlined: the stack capture counts its frames.
+[[gnu::noinline]] void set_alloc_track(unsigned long addr)
+{
+	record_event(SLUB_ALLOC, addr);
+}
+
+[[gnu::noinline]] void set_free_track(unsigned long addr)
+{
+	record_event(SLUB_FREE, addr);
+}
+
+void vh_slab_alloc_node(void *, void *object, unsigned long addr, struct kmem_cache *cache)
+{
+	if (cache == slub_track_cache)
+		return;
+	maybe_need_notify();
+	if (object && is_tracked(cache))
+		set_alloc_track(addr);
+}
+
+void vh_slab_free(void *, unsigned long addr, struct kmem_cache *cache)
+{
+	if (cache != slub_track_cache && is_tracked(cache))
+		set_free_track(addr);
+}

@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The target cache: its choice, and the switch of tracking on and off.
+#include <kernel/err.h>
+#include <kernel/module.h>
+#include <kernel/string.h>
+#include <kernel/vmalloc.h>
+
+#include "log.h"
+#include "memcheck.h"
+#include "slub_track.h"
+
+// Tracking is on while non-zero. A plain word, read by the probes without and then with the ring's
+// lock; also a module parameter, so it may be set while there are no rings.
+constinit int slub_track_flag = 0;
+// The cache of the last choice. Only compared with the kernel's list before it is used: a cache may
+// be destroyed by its owner at any time.
+constinit struct kmem_cache *max_slub_cache = nullptr;
+// Module parameter: the name of a cache to take instead of the largest.
+constinit char *specified_target = nullptr;
+
+constinit const page_stack_ops slub_page_stack = {
+	tarn_slub_track_on,    tarn_slub_track_off,  tarn_slub_stack_open,
+	tarn_slub_stack_close, tarn_slub_stack_read,
+};
+
+namespace
+{
+
+// Footprint of the target in KiB when it was chosen.
+constinit u64 target_start_k = 0;
+
+constexpr const char own_cache_name[] = "slub_track_cache";
+
+// Bytes of all object slots in all slabs of a cache. Under the slab mutex.
+u64 footprint(struct kmem_cache *cache)
+{
+	slabinfo info = {};
+
+	get_slabinfo(cache, &info);
+	return u64{info.num_objs} * helper_kmem_cache_full_size(cache);
+}
+
+// The first cache that accepts. Under the slab mutex.
+template <class Accept>
+struct kmem_cache *find_cache(Accept accept)
+{
+	for (struct list_head *at = tarn_slab_caches->next; at != tarn_slab_caches; at = at->next) {
+		struct kmem_cache *cache = helper_kmem_cache_of(at);
+
+		if (accept(cache))
+			return cache;
+	}
+	return nullptr;
+}
+
+bool is_candidate(const struct kmem_cache *cache)
+{
+	constexpr const char kmemleak[] = "kmemleak_";
+
+	return !(helper_kmem_cache_flags(cache) & SLAB_RECLAIM_ACCOUNT) &&
+	       strncmp(helper_kmem_cache_name(cache), kmemleak, sizeof(kmemleak) - 1) != 0;
+}
+
+struct choice {
+	struct kmem_cache *cache = nullptr;
+	u64 footprint = 0;
+	bool specified = false;
+};
+
+// Under the slab mutex; the parameter lock keeps specified_target still.
+choice choose_cache()
+{
+	choice best;
+
+	find_cache([&best](struct kmem_cache *cache) {
+		if (specified_target &&
+		    strcmp(specified_target, helper_kmem_cache_name(cache)) == 0) {
+			best = {cache, footprint(cache), true};
+			return true;
+		}
+		const u64 bytes = is_candidate(cache) ? footprint(cache) : 0;
+
+		if (bytes > best.footprint)
+			best = {cache, bytes, false};
+		return false;
+	});
+	return best;
+}
+
+bool still_exists(const struct kmem_cache *cache)
+{
+	return cache && find_cache([cache](const struct kmem_cache *at) { return at == cache; });
+}
+
+// At most size - 1 characters and a NUL.
+void copy_name(char *to, size_t size, const char *name)
+{
+	const size_t len = strlen(name);
+	const size_t kept = len < size - 1 ? len : size - 1;
+
+	memcpy(to, name, kept);
+	memset(to + kept, 0, size - kept);
+}
+
+// Sets or clears the mark of the cache with that name; false when there is none.
+bool mark_cache(const char *name, bool mark)
+{
+	if (!tarn_slab_mutex)
+		return false;
+	const mutex_guard guard(*tarn_slab_mutex);
+	struct kmem_cache *cache = find_cache([name, mark](const struct kmem_cache *at) {
+		const char *at_name = helper_kmem_cache_name(at);
+
+		// Tracking the tracker's own nodes would feed on itself.
+		if (mark && strcmp(at_name, own_cache_name) == 0)
+			return false;
+		return strcmp(at_name, name) == 0;
+	});
+	if (!cache)
+		return false;
+	const unsigned int flags = helper_kmem_cache_flags(cache);
+
+	helper_kmem_cache_set_flags(cache,
+				    mark ? flags | SLUB_TRACK_MARK : flags & ~SLUB_TRACK_MARK);
+	return true;
+}
+
+bool create_ring(u32 kind)
+{
+	// A flag cleared by hand leaves its ring, which no switch-off has freed.
+	slub_free_ring(kind);
+
+	auto *buf = static_cast<slub_track_entry *>(
+		helper_vmalloc(slub_ring_entries * sizeof(slub_track_entry)));
+
+	if (!buf)
+		return false;
+	slub_ringbuf &ring = srb_array[kind];
+	const irqsave_guard guard(ring.lock);
+
+	ring.buf = buf;
+	ring.in = 0;
+	ring.out = 0;
+	ring.size = slub_ring_entries;
+	ring.kind = kind;
+	return true;
+}
+
+int slub_create_ringbuf()
+{
+	if (!create_ring(SLUB_ALLOC)) {
+		MEM_ERR("create alloc ringbuf failed\n");
+		return -ENOMEM;
+	}
+	if (!create_ring(SLUB_FREE)) {
+		MEM_ERR("create free ringbuf failed\n");
+		slub_free_ring(SLUB_ALLOC);
+		return -ENOMEM;
+	}
+	return 0;
+}
+
+void report_growth()
+{
+	bool exists = false;
+	u64 now_k = 0;
+
+	if (tarn_slab_mutex) {
+		const mutex_guard guard(*tarn_slab_mutex);
+
+		exists = still_exists(max_slub_cache);
+		if (exists)
+			now_k = footprint(max_slub_cache) / 1024;
+	}
+	if (!exists) {
+		MEM_LOG(KERN_INFO, "tarn_slub_track_off", "no target to measure\n");
+		return;
+	}
+	MEM_LOG(KERN_INFO, "tarn_slub_track_off", "%lu+%ld=%lukB",
+		static_cast<unsigned long>(target_start_k),
+		static_cast<long>(now_k - target_start_k), static_cast<unsigned long>(now_k));
+}
+
+} // namespace
+
+int get_max_slub(void) NO_THREAD_SAFETY_ANALYSIS // runs under memcheck_lock, behind the table
+{
+	if (!tarn_slab_mutex) {
+		MEM_ERR("slab tracking is not started\n");
+		return 0;
+	}
+	const param_guard params;
+	const mutex_guard guard(*tarn_slab_mutex);
+	const choice best = choose_cache();
+
+	if (best.specified)
+		MEM_INFO("slub track specify target %s", helper_kmem_cache_name(best.cache));
+	if (best.cache)
+		max_slub_cache = best.cache;
+	else if (!still_exists(max_slub_cache)) {
+		MEM_ERR("no slab cache to track\n");
+		return 0;
+	}
+	target_start_k = best.footprint / 1024;
+	copy_name(top_slub_name, sizeof(top_slub_name), helper_kmem_cache_name(max_slub_cache));
+	return 0;
+}
+
+int tarn_slub_track_on(const char *name)
+{
+	if (READ_ONCE(slub_track_flag))
+		return 0;
+	if (!mark_cache(name, true)) {
+		MEM_ERR("slub name[%s] not found\n", name);
+		return -EINVAL;
+	}
+	// The probes look at the flag before the rings, so the mark may come first.
+	if (slub_create_ringbuf()) {
+		MEM_ERR("create ringbuf failed\n");
+		mark_cache(name, false);
+		return -ENOMEM;
+	}
+	MEM_INFO("slub name[%s] ok\n", name);
+	WRITE_ONCE(slub_track_flag, 1);
+	return 0;
+}
+
+int tarn_slub_track_off(const char *name)
+{
+	if (!READ_ONCE(slub_track_flag))
+		return 0;
+	if (!mark_cache(name, false)) {
+		MEM_ERR("slub name[%s] not found\n", name);
+		return -EINVAL;
+	}
+	WRITE_ONCE(slub_track_flag, 0);
+	// Whoever recorded under a ring's lock before this point is drained; whoever takes it later
+	// sees the flag.
+	slub_fetch_node(SLUB_ALLOC);
+	slub_fetch_node(SLUB_FREE);
+	slub_free_ring(SLUB_ALLOC);
+	slub_free_ring(SLUB_FREE);
+	MEM_INFO("slub name[%s] ok\n", name);
+	report_growth();
+	return 0;
+}
+
+int tarn_slub_stack_open(int)
+{
+	return 0;
+}
+
+int tarn_slub_stack_close(void)
+{
+	return 0;
+}
+
+slub_target slub_describe_target(void)
+{
+	slub_target target = {};
+
+	if (!tarn_slab_mutex)
+		return target;
+	const mutex_guard guard(*tarn_slab_mutex);
+
+	if (still_exists(max_slub_cache)) {
+		target.size = helper_kmem_cache_full_size(max_slub_cache);
+		copy_name(target.name, sizeof(target.name), helper_kmem_cache_name(max_slub_cache));
+	}
+	return target;
+}

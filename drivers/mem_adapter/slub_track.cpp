@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Start and stop of slab tracking.
+#include <kernel/debug_symbol.h>
+#include <kernel/err.h>
+
+#include "log.h"
+#include "slub_track.h"
+#include "vendor_hook.h"
+
+constinit struct list_head *tarn_slab_caches = nullptr;
+constinit struct mutex *tarn_slab_mutex = nullptr;
+
+namespace
+{
+
+constinit vendor_hook alloc_hook;
+constinit vendor_hook free_hook;
+
+int look_up_slab_symbols()
+{
+	void *symbol = android_debug_symbol(ADS_SLAB_CACHES);
+
+	if (IS_ERR_OR_NULL(symbol)) {
+		MEM_LOG(KERN_ERR, "slub_track_init", "get tarn_slab_caches failed!\n");
+		return -EINVAL;
+	}
+	tarn_slab_caches = static_cast<struct list_head *>(symbol);
+
+	symbol = android_debug_symbol(ADS_SLAB_MUTEX);
+	if (IS_ERR_OR_NULL(symbol)) {
+		MEM_LOG(KERN_ERR, "slub_track_init", "get tarn_slab_mutex failed!\n");
+		return -EINVAL;
+	}
+	tarn_slab_mutex = static_cast<struct mutex *>(symbol);
+	return 0;
+}
+
+int attach_probes()
+{
+	const int alloc_ret =
+		alloc_hook.attach(__tracepoint_android_vh_slab_alloc_node, vh_slab_alloc_node);
+	const int free_ret = free_hook.attach(__tracepoint_android_vh_slab_free, vh_slab_free);
+
+	if (alloc_ret < 0 || free_ret < 0) {
+		MEM_LOG(KERN_ERR, "slub_track_init", "slub track register hook failed!\n");
+		return -EINVAL;
+	}
+	return 0;
+}
+
+int create_threads()
+{
+	if (slub_create_track(SLUB_ALLOC, "alloc")) {
+		MEM_LOG(KERN_ERR, "slub_track_init", "slub_create_track SLUB_ALLOC failed!\n");
+		return -EINVAL;
+	}
+	if (slub_create_track(SLUB_FREE, "free")) {
+		MEM_LOG(KERN_ERR, "slub_track_init", "slub_create_track SLUB_FREE failed!\n");
+		return -EINVAL;
+	}
+	return 0;
+}
+
+// A mark that outlived its tracker would be a stray bit in another allocator's flags.
+void clear_marks()
+{
+	if (!tarn_slab_caches || !tarn_slab_mutex)
+		return;
+	const mutex_guard guard(*tarn_slab_mutex);
+
+	for (struct list_head *at = tarn_slab_caches->next; at != tarn_slab_caches; at = at->next) {
+		struct kmem_cache *cache = helper_kmem_cache_of(at);
+		const unsigned int flags = helper_kmem_cache_flags(cache);
+
+		if (flags & SLUB_TRACK_MARK)
+			helper_kmem_cache_set_flags(cache, flags & ~SLUB_TRACK_MARK);
+	}
+}
+
+} // namespace
+
+int slub_track_init(void)
+{
+	slub_track_cache =
+		kmem_cache_create("slub_track_cache", sizeof(slub_caller_node), 0, 0, nullptr);
+	if (!slub_track_cache) {
+		MEM_ERR("create slub_track_cache failed!\n");
+		return -EINVAL;
+	}
+	if (look_up_slab_symbols() || attach_probes() || create_threads()) {
+		slub_track_exit();
+		return -EINVAL;
+	}
+	return 0;
+}
+
+// Runs in full whatever the start achieved, and frees what an unfinished hunt has left: the rings
+// first, into the trees, then the trees, then the cache of their nodes.
+void slub_track_exit(void)
+{
+	slub_stop_track(SLUB_FREE);
+	slub_stop_track(SLUB_ALLOC);
+	free_hook.detach();
+	alloc_hook.detach();
+	// A probe that is still running may be about to record.
+	helper_tracepoint_synchronize_unregister();
+
+	WRITE_ONCE(slub_track_flag, 0);
+	clear_marks();
+	tarn_slab_mutex = nullptr;
+	tarn_slab_caches = nullptr;
+	for (u32 kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++) {
+		slub_free_ring(kind);
+		slub_drop_tree(kind);
+	}
+	kmem_cache_destroy(slub_track_cache);
+	slub_track_cache = nullptr;
+}

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <kernel/mm.h>
+
+KERNEL_BEGIN
+
+// Warns when the map count of a page that nobody references is updated. Context: any; reads only.
+void tarn_updata_page_mapcount(void *data, struct page *page, bool inc_size, bool compound,
+			       int *ret, bool *success);
+
+KERNEL_END
