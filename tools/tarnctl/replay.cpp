@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include "replay.h"
+
+#include <array>
+#include <utility>
+
+#include <fmt/format.h>
+#include <hosted/callstack.h>
+#include <hosted/context.h>
+#include <hosted/fault.h>
+#include <tarnctl/trace_reader.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+// How often a run tells of its progress, in events.
+constexpr std::uint64_t report_interval = 4096;
+
+// A function larger than this is a damaged line.
+constexpr std::uint32_t max_function_size = 1 << 24;
+
+// What cannot be a place in a function is kept as the trace wrote it, as a name.
+unsigned long address_of(const trace::frame &frame)
+{
+	if (frame.offset > frame.size || frame.size > max_function_size)
+		return hosted::symbol_address(
+			fmt::format("{}+{:#x}/{:#x}", frame.function, frame.offset, frame.size), 0,
+			0, frame.module);
+	return hosted::symbol_address(frame.function, frame.offset, frame.size, frame.module);
+}
+
+} // namespace
+
+replay::replay(std::string path, const trace::directory &directory)
+	: path_(std::move(path)), directory_(directory), existing_(directory.caches().size()),
+	  task_(hosted::make_task("", 0))
+{
+	for (const trace::cache &cache : directory.caches())
+		caches_.push_back(hosted::add_cache(cache.name, cache.object_size,
+						    cache.reclaimable ? SLAB_RECLAIM_ACCOUNT : 0));
+}
+
+void replay::allocate_existing()
+{
+	for (std::uint32_t cache = 0; cache < caches_.size(); cache++) {
+		std::vector<void *> &pool = existing_[cache];
+
+		while (pool.size() < directory_.caches()[cache].existing)
+			pool.push_back(hosted::allocate_quietly(*caches_[cache], GFP_KERNEL));
+	}
+}
+
+void *replay::take_existing(std::uint32_t cache)
+{
+	std::vector<void *> &pool = existing_[cache];
+
+	// One call site may serve several caches, of which the directory knows one; an object that
+	// is freed into another of them shows up here.
+	if (pool.empty())
+		return hosted::allocate_quietly(*caches_[cache], GFP_ATOMIC);
+	void *object = pool.back();
+
+	pool.pop_back();
+	return object;
+}
+
+void replay::act(const trace::event &event)
+{
+	kmem_cache &cache = *caches_[event.cache];
+
+	if (event.displaced != trace::none) {
+		const placed gone = std::exchange(objects_[event.displaced], {});
+
+		hosted::release_quietly(*caches_[gone.cache], gone.memory);
+	}
+	if (trace::is_free(event.kind)) {
+		void *memory = event.object == trace::none
+				       ? take_existing(event.cache)
+				       : std::exchange(objects_[event.object], {}).memory;
+
+		hosted::release(cache, memory);
+		return;
+	}
+	if (event.object == trace::none) {
+		const hosted::fault_scope failed(1);
+
+		hosted::allocate(cache, GFP_ATOMIC);
+		return;
+	}
+	if (event.object >= objects_.size())
+		objects_.resize(event.object + 1);
+	objects_[event.object] = {hosted::allocate(cache, GFP_ATOMIC), event.cache};
+}
+
+void replay::enter(const trace::event &event)
+{
+	const hosted::context_scope context(event.in_interrupt ? hosted::context_kind::softirq
+							       : hosted::context_kind::process,
+					    event.cpu);
+	std::array<unsigned long, trace::frame_limit> stack;
+	std::size_t depth = 0;
+
+	while (addresses_.size() < frames_.size())
+		addresses_.push_back(
+			address_of(frames_[static_cast<std::uint32_t>(addresses_.size())]));
+	for (const std::uint32_t frame : event.stack())
+		stack[depth++] = addresses_[frame];
+	const hosted::frame_scope frames(std::span<const unsigned long>(stack.data(), depth));
+
+	hosted::set_task(*task_, event.task(), event.pid);
+	act(event);
+}
+
+std::vector<replay::counts> replay::run(const trace::directory::progress &report)
+{
+	trace::reader reader(path_, directory_, frames_);
+	trace::event event;
+	std::vector<counts> seen(caches_.size());
+	std::uint64_t events = 0;
+	const hosted::task_scope as_task(*task_);
+
+	objects_.clear();
+	hosted::settle();
+	while (reader.next(event)) {
+		enter(event);
+		hosted::settle();
+		if (trace::is_free(event.kind))
+			seen[event.cache].free++;
+		else if (event.object != trace::none)
+			seen[event.cache].alloc++;
+		if (report && ++events % report_interval == 0)
+			report(reader.input().position(), reader.input().size());
+	}
+	return seen;
+}
+
+} // namespace tarn

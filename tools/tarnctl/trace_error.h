@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace tarn::trace
+{
+
+/** A trace file that cannot be used. what() is one sentence for the user, naming the file. */
+class trace_error : public std::runtime_error
+{
+public:
+	trace_error(const std::string &path, const std::string &what)
+		: std::runtime_error(path + ": " + what)
+	{
+	}
+
+	trace_error(const std::string &path, std::uint64_t line, const std::string &what)
+		: std::runtime_error(path + ": line " + std::to_string(line) + ": " + what)
+	{
+	}
+};
+
+} // namespace tarn::trace
