@@ -76,26 +76,50 @@ void print_balances(fmt::memory_buffer &out, const hunt_result &result)
 	}
 }
 
+// A call stack with the records of the tasks that came along it, heaviest first.
+struct stack_group {
+	const caller_record *first;
+	std::string tasks;
+	std::int64_t shown = 0; // events of those tasks
+};
+
+// In the order of the readout; records of different stacks may interleave there.
+std::vector<stack_group> group_by_stack(const std::vector<caller_record> &records)
+{
+	std::vector<stack_group> groups;
+
+	for (const caller_record &record : records) {
+		auto group = std::ranges::find(groups, record.handle, [](const stack_group &g) {
+			return g.first->handle;
+		});
+
+		if (group == groups.end())
+			group = groups.insert(group, stack_group{&record, {}});
+		group->tasks += fmt::format("{}{} {} ({})", group->tasks.empty() ? "" : ", ",
+					    record.count, printable(record.comm), pids(record));
+		group->shown += record.count;
+	}
+	return groups;
+}
+
 void print_callers(fmt::memory_buffer &out, const char *title, const char *none,
 		   const std::vector<caller_record> &records)
 {
 	auto to = std::back_inserter(out);
 
-	if (records.empty()) {
-		fmt::format_to(to, "\n{}\n", none);
-		return;
-	}
-	fmt::format_to(to, "\n{}\n", title);
-	for (const caller_record &record : records) {
-		fmt::format_to(to, "\n{:>10}  {}, {}", record.count, printable(record.comm),
-			       pids(record));
-		if (record.total != static_cast<std::uint64_t>(record.count))
-			fmt::format_to(to, " (of {} on this stack)", record.total);
+	fmt::format_to(to, "\n{}\n", records.empty() ? none : title);
+	for (const stack_group &group : group_by_stack(records)) {
+		const caller_record &first = *group.first;
+		const std::int64_t others = static_cast<std::int64_t>(first.total) - group.shown;
+
+		fmt::format_to(to, "\n{:>10}  {}", first.total, group.tasks);
+		if (others > 0)
+			fmt::format_to(to, ", {} other tasks", others);
 		fmt::format_to(to, "\n");
-		if (record.frames.empty())
+		if (first.frames.empty())
 			fmt::format_to(to, "{:>12}{} (no call stack was saved)\n", "",
-				       record.handle);
-		for (const std::string &frame : record.frames)
+				       first.handle);
+		for (const std::string &frame : first.frames)
 			fmt::format_to(to, "{:>12}{}\n", "", frame);
 	}
 }
@@ -130,10 +154,9 @@ std::string hunt_text(const hunt_result &result)
 		       result.alloc_events, result.free_events, result.dropped_events);
 	if (!result.callers.alloc.empty() || !result.callers.free.empty())
 		print_balances(out, result);
-	print_callers(out,
-		      "Who allocates, heaviest first:", "No caller allocated 50 times or more.",
-		      result.callers.alloc);
-	print_callers(out, "Who frees, heaviest first:", "No caller freed 50 times or more.",
+	print_callers(out, "Who allocates, heaviest stacks first:",
+		      "No caller allocated 50 times or more.", result.callers.alloc);
+	print_callers(out, "Who frees, heaviest stacks first:", "No caller freed 50 times or more.",
 		      result.callers.free);
 	return fmt::to_string(out);
 }

@@ -17,4 +17,10 @@ int strncmp(const char *a, const char *b, size_t n);
 int scnprintf(char *buf, size_t size, const char *fmt, ...) KERNEL_PRINTF(3, 4);
 
 KERNEL_END
+
+/* A freestanding compiler calls these for every few bytes unless it is told what they are. */
+#ifdef TARN_MODULE
+#define memcpy(to, from, n) __builtin_memcpy(to, from, n)
+#define memset(to, byte, n) __builtin_memset(to, byte, n)
+#endif
 #endif

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-only
+# Usage: run.sh BUILD_DIR [BENCHMARK_OPTION...]
+# Measures, with the repetitions of all benchmarks interleaved so that other work on the machine hits
+# both sides of a row alike; prints the medians and writes them to BUILD_DIR/bench.json.
+set -euo pipefail
+
+build_dir=$1
+shift
+example=$(dirname "$0")/../examples/fd-leak.ftrace.xz
+xz -dc "$example" >"$build_dir/example.ftrace"
+exec "$build_dir/bin/bench" "$build_dir/bench.json" "$example" "$build_dir/example.ftrace" \
+	--benchmark_enable_random_interleaving=true --benchmark_repetitions=9 "$@"
