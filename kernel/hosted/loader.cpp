@@ -110,7 +110,8 @@ void *loaded_module::find_internal(const char *name) const
 void loaded_module::release()
 {
 	params_.reset();
-	// A kernel lets a grace period pass before it frees a module, which ends the module's probes.
+	// A kernel lets a grace period pass before it frees a module, which ends the module's
+	// probes.
 	helper_tracepoint_synchronize_unregister();
 	std::string left;
 	for (const std::string &line : leftovers())

@@ -2,6 +2,7 @@
 #include "replay.h"
 
 #include <array>
+#include <stdexcept>
 #include <utility>
 
 #include <fmt/format.h>
@@ -32,6 +33,14 @@ unsigned long address_of(const trace::frame &frame)
 	return hosted::symbol_address(frame.function, frame.offset, frame.size, frame.module);
 }
 
+// An allocation that the recorded system had has to succeed here, too.
+void *must_have(void *object)
+{
+	if (!object)
+		throw std::runtime_error("the trace keeps more memory than the hosted kernel has");
+	return object;
+}
+
 } // namespace
 
 replay::replay(std::string path, const trace::directory &directory)
@@ -49,7 +58,8 @@ void replay::allocate_existing()
 		std::vector<void *> &pool = existing_[cache];
 
 		while (pool.size() < directory_.caches()[cache].existing)
-			pool.push_back(hosted::allocate_quietly(*caches_[cache], GFP_KERNEL));
+			pool.push_back(
+				must_have(hosted::allocate_quietly(*caches_[cache], GFP_KERNEL)));
 	}
 }
 
@@ -60,7 +70,7 @@ void *replay::take_existing(std::uint32_t cache)
 	// One call site may serve several caches, of which the directory knows one; an object that
 	// is freed into another of them shows up here.
 	if (pool.empty())
-		return hosted::allocate_quietly(*caches_[cache], GFP_ATOMIC);
+		return must_have(hosted::allocate_quietly(*caches_[cache], GFP_ATOMIC));
 	void *object = pool.back();
 
 	pool.pop_back();
@@ -92,7 +102,7 @@ void replay::act(const trace::event &event)
 	}
 	if (event.object >= objects_.size())
 		objects_.resize(event.object + 1);
-	objects_[event.object] = {hosted::allocate(cache, GFP_ATOMIC), event.cache};
+	objects_[event.object] = {must_have(hosted::allocate(cache, GFP_ATOMIC)), event.cache};
 }
 
 void replay::enter(const trace::event &event)

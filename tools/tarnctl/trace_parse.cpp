@@ -184,6 +184,9 @@ bool parse_pointer(std::string_view text, std::uint64_t &ptr)
 	return parse_number(text, ptr, 16);
 }
 
+/* What the page allocator gives out at most, and so the slab allocator. */
+constexpr std::uint32_t max_object_bytes = 4 << 20;
+
 struct slab_fields {
 	std::string_view call_site;
 	std::string_view ptr;
@@ -249,7 +252,9 @@ bool parse_slab(std::string_view text, parsed_line &out)
 	switch (out.kind) {
 	case op::kmem_cache_alloc:
 	case op::kmalloc:
-		return !fields.gfp_flags.empty() && parse_number(fields.bytes_alloc, out.bytes, 10);
+		return !fields.gfp_flags.empty() &&
+		       parse_number(fields.bytes_alloc, out.bytes, 10) &&
+		       out.bytes <= max_object_bytes;
 	case op::kmem_cache_free:
 		return !fields.name.empty();
 	case op::kfree:

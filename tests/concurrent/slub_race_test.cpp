@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Slab tracking while several CPUs allocate and free at once.
+#include <tests/module/slub_fixture.h>
+
+#include <array>
+
+#include "crew.h"
+
+using namespace hosted;
+using namespace module_tests;
+using namespace concurrent_tests;
+
+namespace
+{
+
+constexpr int cpus = 4;
+constexpr auto kinds = {SLUB_ALLOC, SLUB_FREE};
+
+class slub_race : public slub_tracking
+{
+protected:
+	void allocate_and_free(u64 times)
+	{
+		for (u64 i = 0; i < times; i++)
+			release(*cache, allocate(*cache, GFP_ATOMIC));
+	}
+	// Events of each kind on each CPU, all by one pair, so that a readout leaves none out.
+	void record_on_all(u64 times)
+	{
+		in_threads(cpus, [&](int) { allocate_and_free(times); });
+	}
+	void read_more()
+	{
+		const tarn::readout readout = read();
+		for (const tarn::caller_record &record : readout.alloc)
+			read_out[SLUB_ALLOC] += record.count;
+		for (const tarn::caller_record &record : readout.free)
+			read_out[SLUB_FREE] += record.count;
+	}
+
+	u64 read_out[SLUB_KINDS] = {}; // events
+};
+
+TEST_F(slub_race, counts_are_exact_while_rings_overflow)
+{
+	constexpr u64 times = half_ring / cpus - 1;
+	record_on_all(times);
+	for (const int kind : kinds) {
+		EXPECT_EQ(ring(kind), ring_counters(times * cpus, 0)) << "less than half full";
+		hold_thread(drain_threads[kind]);
+	}
+	record_on_all(half_ring);
+	for (const int kind : kinds) {
+		EXPECT_EQ(ring(kind), ring_counters(slub_ring_entries, 0));
+		let_go_thread(drain_threads[kind]);
+	}
+	settle();
+
+	constexpr u64 more = 3 * slub_ring_entries;
+	record_on_all(more);
+	ASSERT_EQ(command(off), 0);
+	read_more();
+	for (const int kind : kinds) {
+		const auto [in, out] = ring(kind);
+		EXPECT_GE(in, 2 * slub_ring_entries);
+		EXPECT_LE(in, slub_ring_entries + more * cpus);
+		EXPECT_EQ(out, in);
+		EXPECT_EQ(read_out[kind], in);
+	}
+}
+
+// The drain keeps up in its own way, so events may be dropped; but a readout drops at most the one
+// pair that it finds too rare.
+TEST_F(slub_race, switches_and_readouts_while_events_come)
+{
+	constexpr u64 rounds = 8, readouts = 2 * rounds, rare = 49;
+	u64 recorded[SLUB_KINDS] = {};
+	crew traffic;
+	traffic.add(cpus, [&] { allocate_and_free(50); });
+	for (u64 round = 0; round < rounds; round++) {
+		ASSERT_EQ(command(on), 0);
+		traffic.let_work(40);
+		read_more();
+		EXPECT_EQ(command(prepare), 0);
+		traffic.let_work(10);
+		ASSERT_EQ(command(off), 0);
+		for (const int kind : kinds) {
+			const auto [in, out] = ring(kind);
+			EXPECT_EQ(in, out);
+			recorded[kind] += in;
+		}
+		read_more();
+	}
+	traffic.stop();
+	for (const int kind : kinds) {
+		EXPECT_GE(recorded[kind], rounds * 1000);
+		EXPECT_LE(read_out[kind], recorded[kind]);
+		EXPECT_GE(read_out[kind] + rare * readouts, recorded[kind]);
+	}
+}
+
+// Commands, readouts and the parameter come from anyone at any time.
+TEST_F(slub_race, commands_against_each_other_and_the_flag)
+{
+	const std::array<std::function<int(int)>, cpus> commands = {
+		[&](int) { return command(on); },
+		[&](int) { return command(off) | command(prepare); },
+		[&](int) { return client.read_stacks(MEMTYPE_SLUB, 4096).status; },
+		[&](int i) {
+			return set_parameter("slub_track_flag", i % 2 ? "1" : "0") - 1;
+		}};
+	in_threads(cpus, [&](int cpu) {
+		for (int i = 0; i < 40; i++) {
+			slab_traffic(*cache, 50);
+			EXPECT_EQ(commands[cpu](i), 0);
+		}
+	});
+	// It still works, whatever the threads have left it in.
+	set_parameter("slub_track_flag", "1");
+	EXPECT_EQ(command(off), 0);
+	read();
+	ASSERT_EQ(command(on), 0);
+	record_on_all(100);
+	EXPECT_EQ(command(off), 0);
+	read_more();
+	EXPECT_THAT(read_out, testing::Each(100U * cpus));
+}
+
+} // namespace

@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Slab tracking under test: caches with traffic, the commands, and what the module makes of it.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <hosted/callstack.h>
+#include <hosted/context.h>
+#include <hosted/slab.h>
+#include <hosted/tasks.h>
+#include <slub_track.h>
+#include <tools/tarnctl/readout.h>
+
+#include "fixture.h"
+
+namespace module_tests
+{
+
+inline constexpr u32 prepare = MEMCHECK_CMD_PREPARE;
+inline constexpr u32 on = MEMCHECK_CMD_ON;
+inline constexpr u32 off = MEMCHECK_CMD_OFF;
+inline constexpr u64 half_ring = slub_ring_entries / 2;
+inline constexpr const char *drain_threads[SLUB_KINDS] = {"slub-alloc", "slub-free"};
+
+// Events of one kind only: the other half of each object's life goes by the bulk calls, which no
+// probe sees.
+inline void record_alloc(kmem_cache &cache, u64 times = 1)
+{
+	for (u64 i = 0; i < times; i++)
+		if (void *object = hosted::allocate(cache, GFP_ATOMIC))
+			hosted::release_quietly(cache, object);
+}
+inline void record_free(kmem_cache &cache, u64 times = 1)
+{
+	for (u64 i = 0; i < times; i++)
+		hosted::release(cache, hosted::allocate_quietly(cache, GFP_ATOMIC));
+}
+
+// The call stack of a function that system calls reach, innermost first.
+inline std::vector<unsigned long> path(std::string_view function)
+{
+	return {hosted::symbol_address(function, 0x10, 0x80),
+		hosted::symbol_address("invoke_syscall", 0x48, 0x114)};
+}
+
+// A task's allocations in a function.
+inline void allocate_in(std::string_view function, kmem_cache &cache, u64 times,
+			std::string_view comm = "task", int pid = 7)
+{
+	const hosted::task_ptr task = hosted::make_task(comm, pid);
+	const hosted::task_scope as(*task);
+	const hosted::frame_scope in(path(function));
+
+	record_alloc(cache, times);
+}
+
+// Matches a record of a readout.
+inline auto pair_of(const std::string &comm, u64 count, u64 total)
+{
+	return testing::AllOf(testing::Field(&tarn::caller_record::comm, comm),
+			      testing::Field(&tarn::caller_record::count, count),
+			      testing::Field(&tarn::caller_record::total, total));
+}
+
+using ring_counters = std::pair<u64, u64>; // in, out
+
+// The module with its subsystems started.
+class slub_test : public module_test
+{
+protected:
+	void SetUp() override
+	{
+		start();
+		// The drain threads sleep from here on: only a sleeper can be woken.
+		hosted::settle();
+	}
+
+	int command(u32 cmd)
+	{
+		return client.command(MEMTYPE_SLUB, cmd);
+	}
+	void choose(const std::string &cache)
+	{
+		set_parameter("specified_target", cache);
+		ASSERT_EQ(command(prepare), 0);
+	}
+	void track(const std::string &cache)
+	{
+		choose(cache);
+		ASSERT_EQ(command(on), 0);
+	}
+
+	tarn::readout read()
+	{
+		const auto stacks = client.read_stacks(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE);
+
+		EXPECT_EQ(stacks.status, 0);
+		return tarn::parse_readout(stacks.text);
+	}
+	tarn::readout read_after_off()
+	{
+		EXPECT_EQ(command(off), 0);
+		return read();
+	}
+
+	// Only while no thread records or drains.
+	[[nodiscard]] ring_counters ring(int kind) const NO_THREAD_SAFETY_ANALYSIS
+	{
+		const slub_ringbuf &r = internal<slub_ringbuf>("srb_array")[kind];
+
+		return {r.in, r.out};
+	}
+};
+
+// The same, and a cache that is tracked.
+class slub_tracking : public slub_test
+{
+protected:
+	void SetUp() override
+	{
+		slub_test::SetUp();
+		track("victim");
+	}
+
+	kmem_cache *cache = hosted::add_cache("victim", 64);
+};
+
+} // namespace module_tests
