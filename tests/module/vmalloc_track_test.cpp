@@ -78,6 +78,7 @@ TEST_F(vmalloc_track, exhaustion_has_a_rate_of_its_own_and_no_threshold)
 TEST_F(vmalloc_track, areas_made_while_it_is_on_show_their_stacks)
 {
 	std::vector<unsigned long> stack;
+	stack.reserve(7);
 	for (int i = 0; i < 7; i++)
 		stack.push_back(hosted::symbol_address(fmt::format("caller{}", i), 0x4, 0x40));
 	const hosted::frame_scope frames(stack);
