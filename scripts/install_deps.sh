@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build xz-utils libboost-dev libcli11-dev nlohmann-json3-dev libfmt-dev
-	liblzma-dev libgtest-dev libbenchmark-dev librapidcheck-dev)
+	liblzma-dev libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev)
 if [ "${1:-build}" = check ]; then
 	packages+=(clang clang-tidy clang-format libclang-rt-14-dev)
 fi
