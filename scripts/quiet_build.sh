@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: quiet_build.sh BUILD_DIR TARGET... -- CMAKE_FLAG...
-# Configures and builds; says one line, or everything when it fails.
+# Configures and builds without a word on each file; prints the log when it fails.
 set -euo pipefail
 
 build_dir=$1
@@ -15,12 +15,6 @@ shift
 
 mkdir -p "$build_dir"
 log=$build_dir/build.log
-if ! { cmake -S . -B "$build_dir" "$@" &&
-	cmake --build "$build_dir" --target "${targets[@]}"; } >"$log" 2>&1; then
-	cat "$log" >&2
-	exit 1
-fi
-if grep -q 'no work to do' "$log"; then
-	exit 0
-fi
-echo "Built ${targets[*]} in $build_dir."
+echo "Building ${targets[*]} in $build_dir."
+cmake -S . -B "$build_dir" "$@" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+cmake --build "$build_dir" --target "${targets[@]}" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
