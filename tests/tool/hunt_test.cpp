@@ -159,6 +159,7 @@ TEST(command_line, answers_bad_usage_and_bad_input_with_one_sentence)
 					{"hunt --trace " + sample + " --what", 2},
 					{"hunt --trace /nowhere", 2},
 					{"hunt --trace /", 2},
+					{"hunt --trace ''", 2},
 					{"hunt --trace " + empty.path(), 2},
 					{"hunt --trace " + cut.path(), 2},
 					{"hunt --trace " + sample + " --cache none", 1}}) {

@@ -57,6 +57,7 @@ TEST(trace_header, is_read_in_every_form_the_kernel_has)
 		{"             irq-8       (    7) [002] 2.712523: ", "irq", 8, 2},
 		{"            tick-8       [002] .....        12345678: ", "tick", 8, 2},
 		{"                -8       [002] .....     2.712523: ", "", 8, 2},
+		{" => abcdefghijkl-17      [000] .....     2.712523: ", "=> abcdefghijkl", 17},
 		/* Having lost the alignment. */
 		{"web-server-8 [002] .....     2.712523: ", "web-server", 8, 2},
 		{"a-very-long-name-of-a-task-8 [002] ..... 2.712523: ", "a-very-long-nam", 8, 2},

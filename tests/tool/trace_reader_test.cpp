@@ -131,7 +131,7 @@ TEST(trace_cache, of_kmalloc_is_spelt_as_the_kernel_does)
 	std::string text;
 	for (const auto &[bytes, name] : cases)
 		text += line(0, kmalloc(null_ptr, bytes));
-	for (const char *name : {"kmalloc-rcl-2k", "kmalloc-cg-1M", "kmalloc-x", "dentry", "filp"})
+	for (const char *name : {"kmalloc-rcl-2k", "kmalloc-cg-1M", "kmalloc-8M", "dentry", "filp"})
 		text += line(0, free_to(name, p1));
 	const loaded t((temp_file(text)));
 	std::size_t i = 0;

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "hunt.h"
 
-#include <charconv>
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -13,10 +16,15 @@ namespace tarn
 namespace
 {
 
+std::string refusal(const char *what, int ret)
+{
+	return fmt::format("the module refused to {} (error {})", what, -ret);
+}
+
 void command(memcheck_device &device, std::uint32_t cmd, const char *what)
 {
 	if (const int ret = device.command(MEMTYPE_SLUB, cmd))
-		throw hunt_error(fmt::format("the module refused to {} (error {})", what, -ret));
+		throw hunt_error(refusal(what, ret));
 }
 
 // The module names its target when it is switched on: "slub name[filp] ok".
@@ -35,23 +43,14 @@ std::string parse_target(std::string_view log)
 // The module reports the target's growth on its last log line of a switch-off: "12+34=46kB".
 growth parse_growth(std::string_view log)
 {
-	const std::size_t end = log.rfind("kB");
-
-	if (end == std::string_view::npos)
-		throw hunt_error("the kernel log has no growth line");
-	const std::size_t blank = log.rfind(' ', end);
-	const std::string_view line = log.substr(blank + 1, end - blank - 1);
+	const std::size_t at = log.rfind("tarn_slub_track_off:");
+	const std::string line(log.substr(std::min(at, log.size())));
 	growth result;
-	const char *at = line.data();
-	const char *const last = line.data() + line.size();
 
-	at = std::from_chars(at, last, result.start_kib).ptr;
-	if (at == last || *at++ != '+')
-		throw hunt_error("the kernel log's growth line is damaged");
-	at = std::from_chars(at, last, result.delta_kib).ptr;
-	if (at == last || *at++ != '=')
-		throw hunt_error("the kernel log's growth line is damaged");
-	std::from_chars(at, last, result.end_kib);
+	if (std::sscanf(line.c_str(),
+			"tarn_slub_track_off:%*d: %" SCNu64 "+%" SCNd64 "=%" SCNu64 "kB",
+			&result.start_kib, &result.delta_kib, &result.end_kib) != 3)
+		throw hunt_error("the kernel log does not say how much the target grew");
 	return result;
 }
 
@@ -65,7 +64,10 @@ hunt_result run_hunt(memcheck_device &device, const std::string &cache,
 
 	device.set_target(cache);
 	command(device, MEMCHECK_CMD_PREPARE, "choose a target");
-	command(device, MEMCHECK_CMD_ON, "switch tracking on");
+	if (const int ret = device.command(MEMTYPE_SLUB, MEMCHECK_CMD_ON))
+		throw hunt_error(ret == -EINVAL ? "the module finds no cache that it can track; "
+						  "try to name one with --cache"
+						: refusal("switch tracking on", ret));
 	result.log = device.take_log();
 	result.cache = parse_target(result.log);
 	let_run();
@@ -76,7 +78,7 @@ hunt_result run_hunt(memcheck_device &device, const std::string &cache,
 
 	result.target = parse_growth(off_log);
 	if (const int ret = device.read(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE, text))
-		throw hunt_error(fmt::format("the module refused the readout (error {})", -ret));
+		throw hunt_error(refusal("read out", ret));
 	result.callers = parse_readout(text);
 	result.log += off_log + device.take_log();
 	return result;

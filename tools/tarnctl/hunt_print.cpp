@@ -14,16 +14,19 @@ namespace tarn
 namespace
 {
 
-// Task names are bytes that a program chose: what is not printable would play with the terminal.
+// Names may hold any bytes, and control characters would play with the terminal.
 std::string printable(const std::string &name)
 {
 	std::string text;
 
-	if (name.empty())
-		return "(interrupt)";
 	for (const char c : name)
-		text += c >= ' ' && c != 0x7f ? c : '?';
+		text += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
 	return text;
+}
+
+std::string task_name(const std::string &comm)
+{
+	return comm.empty() ? "(interrupt)" : printable(comm);
 }
 
 std::string pids(const caller_record &record)
@@ -71,7 +74,7 @@ void print_balances(fmt::memory_buffer &out, const hunt_result &result)
 	for (const balance &b : balances(result.callers)) {
 		const std::int64_t kept = b.allocated - b.freed;
 
-		fmt::format_to(to, "{:<16} {:>12} {:>12} {:>+12} {:>+12}\n", printable(b.comm),
+		fmt::format_to(to, "{:<16} {:>12} {:>12} {:>+12} {:>+12}\n", task_name(b.comm),
 			       b.allocated, b.freed, kept, kept * result.object_size / 1024);
 	}
 }
@@ -96,7 +99,7 @@ std::vector<stack_group> group_by_stack(const std::vector<caller_record> &record
 		if (group == groups.end())
 			group = groups.insert(group, stack_group{&record, {}});
 		group->tasks += fmt::format("{}{} {} ({})", group->tasks.empty() ? "" : ", ",
-					    record.count, printable(record.comm), pids(record));
+					    record.count, task_name(record.comm), pids(record));
 		group->shown += record.count;
 	}
 	return groups;
@@ -114,13 +117,13 @@ void print_callers(fmt::memory_buffer &out, const char *title, const char *none,
 
 		fmt::format_to(to, "\n{:>10}  {}", first.total, group.tasks);
 		if (others > 0)
-			fmt::format_to(to, ", {} other tasks", others);
+			fmt::format_to(to, ", {} by other tasks", others);
 		fmt::format_to(to, "\n");
 		if (first.frames.empty())
 			fmt::format_to(to, "{:>12}{} (no call stack was saved)\n", "",
 				       first.handle);
 		for (const std::string &frame : first.frames)
-			fmt::format_to(to, "{:>12}{}\n", "", frame);
+			fmt::format_to(to, "{:>12}{}\n", "", printable(frame));
 	}
 }
 
@@ -147,7 +150,8 @@ std::string hunt_text(const hunt_result &result)
 	fmt::memory_buffer out;
 	auto to = std::back_inserter(out);
 
-	fmt::format_to(to, "Slab cache {}, {} bytes an object\n", result.cache, result.object_size);
+	fmt::format_to(to, "Slab cache {}, {} bytes an object\n", printable(result.cache),
+		       result.object_size);
 	fmt::format_to(to, "  footprint  {} KiB before, {} KiB after: {:+} KiB\n",
 		       result.target.start_kib, result.target.end_kib, result.target.delta_kib);
 	fmt::format_to(to, "  events     {} allocations and {} frees recorded, {} dropped\n",

@@ -166,13 +166,10 @@ std::uint32_t size_in_name(std::string_view cache_name)
 	if (error != std::errc{})
 		return 0;
 	const std::string_view suffix(unit, static_cast<std::size_t>(end - unit));
-	if (suffix.empty())
-		return value;
-	if (suffix == "k" && value < 1U << 22)
-		return value << 10;
-	if (suffix == "M" && value < 1U << 12)
-		return value << 20;
-	return 0;
+	const unsigned int shift = suffix == "k" ? 10 : suffix == "M" ? 20 : 0;
+	if ((shift == 0 && !suffix.empty()) || value > max_object_bytes >> shift)
+		return 0;
+	return value << shift;
 }
 
 } // namespace tarn::trace

@@ -8,6 +8,9 @@
 namespace tarn::trace
 {
 
+/** What the page allocator gives out at most, and so the slab allocator. */
+inline constexpr std::uint32_t max_object_bytes = 4 << 20;
+
 /** Whether mainline creates the cache of that name with its objects accounted as reclaimable. */
 bool is_reclaimable(std::string_view cache_name);
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include "trace_parse.h"
+#include "trace_caches.h"
 
 #include <algorithm>
 #include <array>
@@ -21,6 +22,7 @@ constexpr std::size_t comm_limit = 15;
 
 /* The kernel aligns names to the right in this many columns. */
 constexpr std::size_t comm_columns = 16;
+constexpr std::size_t name_limit = 512; /* of a symbol with its place, or of a cache */
 
 /* More than any kernel can be built for; keeps a damaged number from making tables huge. */
 constexpr std::uint64_t cpu_limit = 8192;
@@ -184,9 +186,6 @@ bool parse_pointer(std::string_view text, std::uint64_t &ptr)
 	return parse_number(text, ptr, 16);
 }
 
-/* What the page allocator gives out at most, and so the slab allocator. */
-constexpr std::uint32_t max_object_bytes = 4 << 20;
-
 struct slab_fields {
 	std::string_view call_site;
 	std::string_view ptr;
@@ -239,12 +238,18 @@ bool parse_fields(std::string_view text, slab_fields &fields)
 	return true;
 }
 
+/* The kernel's names are short, and C strings. */
+bool is_name(std::string_view text)
+{
+	return text.size() <= name_limit && text.find('\0') == std::string_view::npos;
+}
+
 /* The fields in front of gfp_flags are whole if that one is there. */
 bool parse_slab(std::string_view text, parsed_line &out)
 {
 	slab_fields fields;
-	if (!parse_fields(text, fields) || fields.call_site.empty() ||
-	    !parse_pointer(fields.ptr, out.ptr))
+	if (!parse_fields(text, fields) || fields.call_site.empty() || !is_name(fields.call_site) ||
+	    !is_name(fields.name) || !parse_pointer(fields.ptr, out.ptr))
 		return false;
 	out.call_site = fields.call_site;
 	out.cache = fields.name;
@@ -296,6 +301,7 @@ bool parse_frame_line(std::string_view line, std::string_view &frame)
 		return false;
 	frame = line.substr(mark.size());
 	frame.remove_prefix(std::min(frame.find_first_not_of(' '), frame.size()));
+	frame = frame.substr(0, name_limit);
 	return true;
 }
 
@@ -303,11 +309,15 @@ bool parse_frame_line(std::string_view line, std::string_view &frame)
 
 line_kind parse_line(std::string_view line, parsed_line &out)
 {
-	if (parse_frame_line(line, out.frame))
-		return line_kind::stack_frame;
+	std::string_view body;
+	if (parse_frame_line(line, out.frame)) {
+		/* A task may have a name that looks like a frame. */
+		const bool is_event = line.size() > comm_columns && line[comm_columns] == '-' &&
+				      parse_header(line, out, body);
+		return is_event ? parse_event(body, out) : line_kind::stack_frame;
+	}
 	if (line.starts_with('#'))
 		return line_kind::other;
-	std::string_view body;
 	if (parse_header(line, out, body))
 		return parse_event(body, out);
 	return has_slab_event(line) ? line_kind::malformed : line_kind::other;
