@@ -82,7 +82,7 @@ int tarn_process_set_th(void *user_arg)
 	}
 	for (const threshold_field &f : threshold_fields) {
 		if (record.mask & f.selector)
-			tarn_set_threshold(f.selector, record.*f.field);
+			WRITE_ONCE(f.threshold, record.*f.field);
 	}
 	return 0;
 }
@@ -114,7 +114,7 @@ int tarn_meminfo_parameter_init(void)
 		pages_to_kib(static_cast<unsigned long>(atomic_long_read(&_totalram_pages))));
 
 	for (const threshold_field &f : threshold_fields)
-		tarn_set_threshold(f.selector, ram_k / ram_share);
+		WRITE_ONCE(f.threshold, ram_k / ram_share);
 	return 0;
 }
 

@@ -72,11 +72,11 @@ void tarn_memory_netlink_exit(void)
 	const mutex_guard guard(channel_lock);
 	struct sock *closing = sk;
 
-	if (!closing)
-		return;
-	WRITE_ONCE(sk, static_cast<struct sock *>(nullptr));
-	synchronize_rcu();
-	netlink_kernel_release(closing);
+	if (closing) {
+		WRITE_ONCE(sk, static_cast<struct sock *>(nullptr));
+		synchronize_rcu();
+		netlink_kernel_release(closing);
+	}
 	MEM_INFO("netlink_kernel_release.\n");
 }
 

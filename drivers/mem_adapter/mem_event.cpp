@@ -244,9 +244,11 @@ int mm_event_init(void)
 	return 0;
 }
 
-// The directory goes first: with it go the handlers that could arm the timer again.
+// The directory goes first: with it go the handlers that could arm the timer again. Dropping the
+// reference alone would not do: its release may come late.
 void mm_event_exit(void)
 {
+	kobject_del(mm_event_kobj);
 	kobject_put(mm_event_kobj);
 	mm_event_kobj = nullptr;
 	detach_hooks();

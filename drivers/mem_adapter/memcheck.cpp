@@ -46,31 +46,17 @@ const page_stack_ops *find_ops(u32 type)
 	return entry ? entry->ops : nullptr;
 }
 
-// The table type and the name that a command's memory type stands for; false for one that has none.
-bool command_target(u32 memtype, u32 &type, const char *&name) REQUIRES(memcheck_lock)
+// Switches the tracker that a command's memory type stands for.
+int trace_switch(u32 memtype, int (*operation)(u32 type, const char *name)) REQUIRES(memcheck_lock)
 {
 	switch (memtype) {
 	case MEMTYPE_SLUB:
-		type = TRACE_TYPE_SLUB;
-		name = top_slub_name;
-		return true;
+		return operation(TRACE_TYPE_SLUB, top_slub_name);
 	case MEMTYPE_VMALLOC:
-		type = TRACE_TYPE_VMALLOC;
-		name = "";
-		return true;
+		return operation(TRACE_TYPE_VMALLOC, "");
 	default:
-		return false;
-	}
-}
-
-int trace_switch(u32 memtype, int (*operation)(u32 type, const char *name)) REQUIRES(memcheck_lock)
-{
-	u32 type = 0;
-	const char *name = nullptr;
-
-	if (!command_target(memtype, type, name))
 		return -EINVAL;
-	return operation(type, name);
+	}
 }
 
 } // namespace

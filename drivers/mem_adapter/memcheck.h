@@ -11,13 +11,13 @@
 #include <kernel/types.h>
 #include <uapi/tarn_memcheck.h>
 
+#include "slub_track.h"
+
 // Trackers as the table numbers them, and as commands and readouts do (MEMTYPE_...): not the same.
 enum : u32 { TRACE_TYPE_SLUB = 0, TRACE_TYPE_VMALLOC = 1 };
 
 // Bits of a memory type of which at least one must be set for a request to be looked at.
 inline constexpr u32 memtype_mask = MEMTYPE_SLUB | MEMTYPE_VMALLOC;
-
-inline constexpr size_t slub_name_size = 64;
 
 // A tracker's operations. Context: process, may sleep.
 struct page_stack_ops {

@@ -14,7 +14,6 @@
 namespace
 {
 
-constexpr u64 max_text_size = 5242880; // bytes a caller may ask for
 // The tracker is asked for many records, since those that it does not return are lost, and the
 // heaviest few are rendered.
 constexpr unsigned long max_records = 8192;
@@ -165,7 +164,7 @@ int tarn_process_leak_read(void *user_arg)
 		MEM_ERR("copy from_user failed\n");
 		return -EFAULT;
 	}
-	if (info.size == 0 || info.size > max_text_size) {
+	if (info.size == 0 || info.size > MEMCHECK_MAX_SIZE) {
 		MEM_ERR("wrong size %llu\n", static_cast<unsigned long long>(info.size));
 		return -EINVAL;
 	}

@@ -103,6 +103,8 @@ void count_entry(const slub_track_entry &entry, struct rb_root &root)
 
 void drain_ring(slub_ringbuf &ring, struct rb_root &root) REQUIRES(ring.lock)
 {
+	const tree_use use(ring);
+
 	for (; ring.in != ring.out; ring.out++)
 		count_entry(ring.buf[ring.out & (ring.size - 1)], root);
 }
@@ -144,6 +146,7 @@ void slub_drop_tree(u32 kind)
 {
 	struct rb_root &root = slub_track[kind].root;
 	const irqsave_guard guard(srb_array[kind].lock);
+	const tree_use use(srb_array[kind]);
 
 	while (struct rb_node *node = rb_first(&root)) {
 		rb_erase(node, &root);

@@ -36,6 +36,7 @@ long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 	struct rb_root &root = slub_track[kind].root;
 	unsigned long written = 0;
 	const irqsave_guard guard(srb_array[kind].lock);
+	const tree_use use(srb_array[kind]);
 	struct rb_node *at = rb_first(&root);
 
 	while (at) {

@@ -6,11 +6,9 @@
 #include <kernel/string.h>
 
 #include "leak_notify.h"
-#include "leak_threshold.h"
 #include "lmkd_netlink.h"
 #include "mem_adapter.h"
 #include "mem_event.h"
-#include "page_stat.h"
 #include "slub_track.h"
 #include "subsystems.h"
 
@@ -25,7 +23,7 @@ constinit ratelimit_state slub_detect_notify = {};
 
 void maybe_need_notify()
 {
-	if (READ_ONCE(slab_leak_k) >= unreclaimable_slab_kib())
+	if (!tarn_should_detect_slab_leak())
 		return;
 	if (!___ratelimit(&slub_detect_notify, __func__))
 		return;
@@ -33,8 +31,9 @@ void maybe_need_notify()
 	mem_event_count(MM_EVENT_SLAB_LEAK);
 }
 
-// Everything that takes time is done before the ring's lock.
-slub_track_entry make_entry(unsigned long addr)
+// Everything that takes time is done before the ring's lock. Inlined, as its caller is, so that the
+// recorder is the one frame between probe and capture.
+[[gnu::always_inline]] inline slub_track_entry make_entry(unsigned long addr)
 {
 	unsigned long stack[stack_depth];
 	const unsigned int depth = stack_trace_save(stack, stack_depth, own_frames);
@@ -54,12 +53,21 @@ slub_track_entry make_entry(unsigned long addr)
 	return entry;
 }
 
-// Inlined into both recorders, so that each of them is the one frame between probe and capture.
+// Whether the allocator works for the tracker itself here, under a ring's lock. Neither ring may be
+// used then: two tasks, each with one lock, would wait for each other.
+bool serves_tracker()
+{
+	const struct task_struct *task = helper_current();
+
+	return READ_ONCE(srb_array[SLUB_ALLOC].tree_user) == task ||
+	       READ_ONCE(srb_array[SLUB_FREE].tree_user) == task;
+}
+
 [[gnu::always_inline]] inline void record_event(int kind, unsigned long addr)
 {
 	slub_ringbuf &ring = srb_array[kind];
 
-	if (!READ_ONCE(slub_track_flag))
+	if (!READ_ONCE(slub_track_flag) || serves_tracker())
 		return;
 	const slub_track_entry entry = make_entry(addr);
 	const irqsave_guard guard(ring.lock);

@@ -7,6 +7,7 @@
 
 #include "log.h"
 #include "memcheck.h"
+#include "slab_caches.h"
 #include "slub_track.h"
 
 // Tracking is on while non-zero. A plain word, read by the probes without and then with the ring's
@@ -40,19 +41,6 @@ u64 footprint(struct kmem_cache *cache)
 	return u64{info.num_objs} * helper_kmem_cache_full_size(cache);
 }
 
-// The first cache that accepts. Under the slab mutex.
-template <class Accept>
-struct kmem_cache *find_cache(Accept accept)
-{
-	for (struct list_head *at = tarn_slab_caches->next; at != tarn_slab_caches; at = at->next) {
-		struct kmem_cache *cache = helper_kmem_cache_of(at);
-
-		if (accept(cache))
-			return cache;
-	}
-	return nullptr;
-}
-
 bool is_candidate(const struct kmem_cache *cache)
 {
 	constexpr const char kmemleak[] = "kmemleak_";
@@ -72,24 +60,28 @@ choice choose_cache()
 {
 	choice best;
 
-	find_cache([&best](struct kmem_cache *cache) {
+	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
 		if (specified_target &&
-		    strcmp(specified_target, helper_kmem_cache_name(cache)) == 0) {
-			best = {cache, footprint(cache), true};
-			return true;
-		}
-		const u64 bytes = is_candidate(cache) ? footprint(cache) : 0;
+		    strcmp(specified_target, helper_kmem_cache_name(cache)) == 0)
+			return {cache, footprint(cache), true};
+		if (!is_candidate(cache))
+			continue;
+		const u64 bytes = footprint(cache);
 
 		if (bytes > best.footprint)
 			best = {cache, bytes, false};
-		return false;
-	});
+	}
 	return best;
 }
 
-bool still_exists(const struct kmem_cache *cache)
+// Under the slab mutex.
+bool still_exists(const struct kmem_cache *wanted)
 {
-	return cache && find_cache([cache](const struct kmem_cache *at) { return at == cache; });
+	for (const struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
+		if (cache == wanted)
+			return true;
+	}
+	return false;
 }
 
 // At most size - 1 characters and a NUL.
@@ -102,27 +94,31 @@ void copy_name(char *to, size_t size, const char *name)
 	memset(to + kept, 0, size - kept);
 }
 
-// Sets or clears the mark of the cache with that name; false when there is none.
+// Tracking the tracker's own nodes would feed on itself. The kernel may have merged their cache
+// with another, which then has another name.
+bool is_own(const struct kmem_cache *cache)
+{
+	return cache == slub_track_cache ||
+	       strcmp(helper_kmem_cache_name(cache), own_cache_name) == 0;
+}
+
+// Sets or clears the mark of the first cache with that name; false when there is none.
 bool mark_cache(const char *name, bool mark)
 {
 	if (!tarn_slab_mutex)
 		return false;
 	const mutex_guard guard(*tarn_slab_mutex);
-	struct kmem_cache *cache = find_cache([name, mark](const struct kmem_cache *at) {
-		const char *at_name = helper_kmem_cache_name(at);
 
-		// Tracking the tracker's own nodes would feed on itself.
-		if (mark && strcmp(at_name, own_cache_name) == 0)
-			return false;
-		return strcmp(at_name, name) == 0;
-	});
-	if (!cache)
-		return false;
-	const unsigned int flags = helper_kmem_cache_flags(cache);
+	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
+		if (strcmp(helper_kmem_cache_name(cache), name) != 0 || (mark && is_own(cache)))
+			continue;
+		const unsigned int flags = helper_kmem_cache_flags(cache);
 
-	helper_kmem_cache_set_flags(cache,
-				    mark ? flags | SLUB_TRACK_MARK : flags & ~SLUB_TRACK_MARK);
-	return true;
+		helper_kmem_cache_set_flags(cache, mark ? flags | SLUB_TRACK_MARK
+							: flags & ~SLUB_TRACK_MARK);
+		return true;
+	}
+	return false;
 }
 
 bool create_ring(u32 kind)
@@ -236,8 +232,6 @@ int tarn_slub_track_off(const char *name)
 	WRITE_ONCE(slub_track_flag, 0);
 	// Whoever recorded under a ring's lock before this point is drained; whoever takes it later
 	// sees the flag.
-	slub_fetch_node(SLUB_ALLOC);
-	slub_fetch_node(SLUB_FREE);
 	slub_free_ring(SLUB_ALLOC);
 	slub_free_ring(SLUB_FREE);
 	MEM_INFO("slub name[%s] ok\n", name);

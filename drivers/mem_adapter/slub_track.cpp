@@ -2,8 +2,10 @@
 // Start and stop of slab tracking.
 #include <kernel/debug_symbol.h>
 #include <kernel/err.h>
+#include <kernel/stackdepot.h>
 
 #include "log.h"
+#include "slab_caches.h"
 #include "slub_track.h"
 #include "vendor_hook.h"
 
@@ -68,8 +70,7 @@ void clear_marks()
 		return;
 	const mutex_guard guard(*tarn_slab_mutex);
 
-	for (struct list_head *at = tarn_slab_caches->next; at != tarn_slab_caches; at = at->next) {
-		struct kmem_cache *cache = helper_kmem_cache_of(at);
+	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
 		const unsigned int flags = helper_kmem_cache_flags(cache);
 
 		if (flags & SLUB_TRACK_MARK)
@@ -81,6 +82,11 @@ void clear_marks()
 
 int slub_track_init(void)
 {
+	// The depot exists only where someone has asked for it. It serves vmalloc tracking, too.
+	if (stack_depot_init()) {
+		MEM_ERR("stack_depot_init failed!\n");
+		return -EINVAL;
+	}
 	slub_track_cache =
 		kmem_cache_create("slub_track_cache", sizeof(slub_caller_node), 0, 0, nullptr);
 	if (!slub_track_cache) {

@@ -32,6 +32,9 @@ enum : int { SLUB_ALLOC = 0, SLUB_FREE = 1, SLUB_KINDS = 2 };
 // A cache's flag bit that the kernel does not use: the cache is tracked.
 inline constexpr unsigned int SLUB_TRACK_MARK = 0x1;
 
+// Bytes of a cache name that is kept, the NUL included.
+inline constexpr size_t slub_name_size = 64;
+
 inline constexpr u64 slub_ring_entries = 8192; // a power of two
 
 // One recorded event.
@@ -49,6 +52,31 @@ struct slub_ringbuf {
 	u64 size GUARDED_BY(lock);
 	u64 in GUARDED_BY(lock);
 	u64 out GUARDED_BY(lock);
+	// The task that works on the tree under the lock. The allocator may allocate for itself
+	// while it serves a tree node (a leak detector does); recording that would take the lock
+	// again. Written under the lock, read without: only the task itself ever finds its own name
+	// there.
+	const struct task_struct *tree_user;
+};
+
+// Marks a ring's tree as in use by the current task, under the ring's lock.
+class [[nodiscard]] tree_use
+{
+public:
+	explicit tree_use(slub_ringbuf &ring) : ring_(ring)
+	{
+		WRITE_ONCE(ring_.tree_user,
+			   static_cast<const struct task_struct *>(helper_current()));
+	}
+	~tree_use()
+	{
+		WRITE_ONCE(ring_.tree_user, static_cast<const struct task_struct *>(nullptr));
+	}
+	tree_use(const tree_use &) = delete;
+	tree_use &operator=(const tree_use &) = delete;
+
+private:
+	slub_ringbuf &ring_;
 };
 
 struct slub_track_state {
@@ -82,7 +110,7 @@ struct slub_stack_record {
 // What log lines say of the target; size 0 and an empty name when the cache no longer exists.
 struct slub_target {
 	unsigned int size; // bytes of an object with its metadata
-	char name[64];
+	char name[slub_name_size];
 };
 
 KERNEL_BEGIN
@@ -114,9 +142,8 @@ void set_free_track(unsigned long addr);
 void slub_fetch_node(u32 kind);
 // Creates and starts a kind's drain thread; -EINVAL when there is none to be had.
 int slub_create_track(u32 kind, const char *name);
-// Stops it, if there is one. Context: process, may sleep.
+// Context: process, may sleep.
 void slub_stop_track(u32 kind);
-// Frees all nodes of a kind's tree.
 void slub_drop_tree(u32 kind);
 // Frees a kind's ring; what is pending is folded into the tree before.
 void slub_free_ring(u32 kind);

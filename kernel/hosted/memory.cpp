@@ -2,6 +2,7 @@
 #include <hosted/memory.h>
 
 #include <hosted/slab.h>
+#include <hosted/stackdepot.h>
 #include <hosted/tracepoint.h>
 #include <hosted/vmalloc.h>
 #include <hosted/vmstat.h>
@@ -10,6 +11,7 @@ void hosted::reset_memory()
 {
 	reset_tracepoints();
 	reset_slab();
+	reset_stackdepot();
 	reset_vmalloc();
 	reset_statistics();
 }

@@ -14,8 +14,8 @@ namespace hosted
 namespace
 {
 
-// Far more than the machine's RAM, so that a leak can be simulated to any threshold.
-constexpr std::size_t arena_pages = std::size_t{16} << (30 - 12);
+// More than the machine's RAM, so that a leak can be simulated to any threshold.
+constexpr std::size_t arena_pages = std::size_t{4} << (30 - 12);
 
 struct page_owner {
 	slab *on;

@@ -16,6 +16,8 @@
 #include <hosted/fault.h>
 #include <hosted/judge.h>
 #include <hosted/poison.h>
+#include <hosted/stackdepot.h>
+#include <kernel/err.h>
 
 namespace hosted
 {
@@ -52,6 +54,7 @@ using chunk = std::array<std::atomic<record *>, 1U << chunk_bits>;
 constinit std::array<std::atomic<record *>, 1U << bucket_bits> buckets{};
 constinit std::array<std::atomic<chunk *>, max_chunks> chunks{}; // records by their number
 constinit std::mutex growth;
+constinit std::atomic<bool> ready = false;
 constinit std::uint32_t count = 0;     // under growth
 constinit std::span<std::byte> pool{}; // what is left of the newest one; under growth
 
@@ -142,6 +145,11 @@ record *lookup(depot_stack_handle_t handle)
 }
 
 } // namespace
+void reset_stackdepot()
+{
+	ready.store(false, std::memory_order_relaxed);
+}
+
 } // namespace hosted
 
 using namespace hosted;
@@ -156,8 +164,19 @@ unsigned int stack_trace_save(unsigned long *store, unsigned int size, unsigned 
 	return static_cast<unsigned>(saved);
 }
 
+int stack_depot_init(void)
+{
+	might_sleep("stack_depot_init");
+	if (should_fail("stack_depot_init"))
+		return -ENOMEM;
+	ready.store(true, std::memory_order_relaxed);
+	return 0;
+}
+
 depot_stack_handle_t stack_depot_save(unsigned long *entries, unsigned int nr_entries, gfp_t gfp)
 {
+	if (judging && !ready.load(std::memory_order_relaxed)) [[unlikely]]
+		judge_stop("stack depot", "used before stack_depot_init");
 	if constexpr (judging)
 		if (gfp & __GFP_DIRECT_RECLAIM)
 			might_sleep("stack_depot_save");

@@ -26,6 +26,7 @@ struct kobject {
 	std::string name;
 	kobject *parent;
 	bool of_module;
+	bool linked = true; // in sight
 	unsigned refs = 1;
 	unsigned running = 0; // handlers of its files
 	std::map<std::string, kobject *, std::less<>> children{};
@@ -93,24 +94,26 @@ public:
 		return found == parent->children.end() ? nullptr : found->second;
 	}
 
+	// Takes the directory out of sight and waits for its handlers; references to it stay.
+	void del(kobject *dir)
+	{
+		check_no_handler_of(dir);
+		std::unique_lock guard(lock_);
+		check_live(dir);
+		unlink(*dir, guard);
+	}
+
 	void put(kobject *dir)
 	{
-		thread_context &ctx = self();
-		const auto is_dir = [&](const held_lock &held) {
-			return held.lock == dir;
-		};
-		if (std::ranges::any_of(ctx.held, is_dir))
-			judge_stop("deadlock", "a directory is removed by a handler of its own");
-		check_lock_order(ctx, active_class());
+		check_no_handler_of(dir);
 		std::unique_lock guard(lock_);
 		for (;;) {
 			check_live(dir);
 			if (--dir->refs != 0)
 				return;
 			kobject *parent = dir->parent;
-			parent->children.erase(dir->name);
+			unlink(*dir, guard);
 			dirs_.erase(dir);
-			idle_.wait(guard, [&] { return dir->running == 0; });
 			delete dir;
 			dir = parent;
 		}
@@ -173,6 +176,25 @@ public:
 	}
 
 private:
+	static void check_no_handler_of(const kobject *dir)
+	{
+		thread_context &ctx = self();
+		const auto is_dir = [&](const held_lock &held) {
+			return held.lock == dir;
+		};
+		if (std::ranges::any_of(ctx.held, is_dir))
+			judge_stop("deadlock", "a directory is removed by a handler of its own");
+		check_lock_order(ctx, active_class());
+	}
+
+	void unlink(kobject &dir, std::unique_lock<std::mutex> &guard)
+	{
+		if (dir.linked)
+			dir.parent->children.erase(dir.name);
+		dir.linked = false;
+		idle_.wait(guard, [&] { return dir.running == 0; });
+	}
+
 	void check_live(const kobject *dir)
 	{
 		if (dir != &root_ && !dirs_.contains(dir))
@@ -329,6 +351,14 @@ void kobject_put(struct kobject *kobj)
 		return;
 	hosted::might_sleep("kobject_put");
 	hosted::tree::get().put(kobj);
+}
+
+void kobject_del(struct kobject *kobj)
+{
+	if (!kobj)
+		return;
+	hosted::might_sleep("kobject_del");
+	hosted::tree::get().del(kobj);
 }
 
 int sysfs_create_group(struct kobject *kobj, const struct attribute_group *grp)

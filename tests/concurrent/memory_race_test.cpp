@@ -63,6 +63,7 @@ TEST_F(memory_race_test, slab_objects_are_never_shared_while_probes_come_and_go)
 TEST_F(memory_race_test, depot_gives_all_threads_the_same_handles)
 {
 	constexpr unsigned long stacks = 20000;
+	ASSERT_EQ(stack_depot_init(), 0);
 	std::vector<std::vector<depot_stack_handle_t>> handles(4);
 	on_threads(4, [&](unsigned id) {
 		for (unsigned long i = 0; i < stacks; i++) {

@@ -102,6 +102,7 @@ protected:
 	static std::string record(const char *place)
 	{
 		std::vector<unsigned long> stack = path(place);
+		stack_depot_init();
 		return fmt::format("[{:#x} c:(50/50) (p:321-321) leaker]\n"
 				   "  {}+0x10/0x80\n  invoke_syscall+0x48/0x114\n",
 				   stack_depot_save(stack.data(), 2, GFP_ATOMIC), place);

@@ -12,6 +12,7 @@
 #include <hosted/vmstat.h>
 #include <kernel/spinlock.h>
 #include <kernel/stackdepot.h>
+#include <kernel/vendor_hooks.h>
 #include <platform/lmkd.h>
 
 using namespace hosted;
@@ -143,6 +144,44 @@ TEST_F(slub_record, a_stack_is_the_callers_up_to_seven_frames)
 	EXPECT_EQ(frames.front(), "level+0x1/0x10");
 	EXPECT_EQ(frames.back(), "level+0x7/0x10");
 	EXPECT_EQ(readout.free.at(0).frames, frames);
+}
+
+// A leak detector: it allocates an object of its own for every tree node that the tracker allocates
+// and frees, while the tracker holds a ring's lock.
+kmem_cache *detector_cache;
+void watch_alloc(void *, void *, unsigned long, kmem_cache *cache)
+{
+	if (helper_kmem_cache_name(cache) == std::string_view("slub_track_cache"))
+		record_alloc(*detector_cache);
+}
+void watch_free(void *, unsigned long, kmem_cache *cache)
+{
+	if (helper_kmem_cache_name(cache) == std::string_view("slub_track_cache"))
+		record_free(*detector_cache);
+}
+
+TEST_F(slub_record, an_allocator_that_serves_the_tracker_may_use_the_target)
+{
+	detector_cache = cache;
+	ASSERT_EQ(tracepoint_probe_register(&__tracepoint_android_vh_slab_alloc_node,
+					    reinterpret_cast<void *>(watch_alloc), nullptr),
+		  0);
+	ASSERT_EQ(tracepoint_probe_register(&__tracepoint_android_vh_slab_free,
+					    reinterpret_cast<void *>(watch_free), nullptr),
+		  0);
+	// Both threads drain, and both trees are emptied, while tracking is on.
+	allocate_in("work", *cache, half_ring);
+	record_free(*cache, half_ring);
+	settle();
+	const tarn::readout result = read();
+	EXPECT_THAT(result.alloc, ElementsAre(pair_of("task", half_ring, half_ring)));
+	EXPECT_EQ(result.free.size(), 1U);
+	EXPECT_EQ(ring(SLUB_ALLOC), ring_counters(half_ring, half_ring));
+	EXPECT_EQ(ring(SLUB_FREE), ring_counters(half_ring, half_ring));
+	tracepoint_probe_unregister(&__tracepoint_android_vh_slab_alloc_node,
+				    reinterpret_cast<void *>(watch_alloc), nullptr);
+	tracepoint_probe_unregister(&__tracepoint_android_vh_slab_free,
+				    reinterpret_cast<void *>(watch_free), nullptr);
 }
 
 TEST_F(slub_record, the_caller_stands_in_for_a_stack_that_cannot_be_saved)

@@ -16,6 +16,8 @@ extern struct kobject *kernel_kobj;
 
 /* Returns null on failure. Context: process, may sleep. */
 struct kobject *kobject_create_and_add(const char *name, struct kobject *parent);
+/* Removes the directory with its files, once no handler runs. Null is ignored. May sleep. */
+void kobject_del(struct kobject *kobj);
 /* Drops a reference; the last one removes the directory with its files, once no handler runs.
  * Null is ignored. May sleep. */
 void kobject_put(struct kobject *kobj);
