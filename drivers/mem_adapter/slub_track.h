@@ -8,12 +8,12 @@
 // and stop.
 //
 // Locks, in the order in which they nest:
-//   memcheck_lock (memcheck.h)  switching, readout, start and stop run under it, one at a time.
-//   the kernel's slab mutex     the list of caches, and a cache's mark.
-//   slub_mutex, one a kind      one drain by the kind's thread at a time.
-//   srb_array[kind].lock        spinlock, interrupts always disabled, since probes run in
-//   interrupts:
-//                               the ring's indices and entries and the tree of the same kind.
+// - memcheck_lock (memcheck.h): switching, readout, start and stop run under it, one at a time.
+// - the module's parameter lock: specified_target.
+// - the kernel's slab mutex: the list of caches, and a cache's mark.
+// - slub_mutex, one a kind: one drain by the kind's thread at a time.
+// - srb_array[kind].lock, a spinlock taken with interrupts off, since probes run in interrupts: the
+//   ring's indices and entries and the tree of the same kind. The two are never held together.
 // The kernel's wait-queue lock is taken inside a ring's lock, by the wake-up of a recorder.
 #pragma once
 
