@@ -5,7 +5,7 @@
 
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 extern unsigned int slab_k;
 extern unsigned int vmalloc_k;
@@ -16,4 +16,4 @@ extern unsigned int vmalloc_leak_k;
 // Context: any.
 void tarn_set_threshold(unsigned int type, unsigned int value);
 
-KERNEL_END
+KERNEL_C_END

@@ -16,9 +16,9 @@
 #include "mem_adapter.h"
 #include "subsystems.h"
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 void tarn_netlink_lmkd_ready(struct sk_buff *skb);
-KERNEL_END
+KERNEL_C_END
 
 // 1 once the channel has been open; closing does not take it back.
 constinit unsigned int netlink_init = 0;

@@ -13,8 +13,8 @@ inline constexpr u16 NETLINK_LMKD_NOTIFY = 18; // the module's notification: 4 b
 inline constexpr unsigned int LMKD_EVENT_SLAB_LEAK = 8;
 inline constexpr unsigned int LMKD_EVENT_VMALLOC_LEAK = 16;
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 extern unsigned int netlink_init;
 
-KERNEL_END
+KERNEL_C_END

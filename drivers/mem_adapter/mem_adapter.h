@@ -5,10 +5,10 @@
 #include <kernel/mmzone.h>
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
-// Module start and stop. Context: process, once each, by the module loader. Start returns 0 or,
-// with everything undone, the error of the allocation-flag hook's registration.
+// Module start and stop. Context: process, once each, by the module loader. Start returns 0: what
+// the kernel refuses is logged and left out.
 int tarn_mem_adapter_init(void);
 void tarn_mem_adapter_exit(void);
 
@@ -75,4 +75,4 @@ int tarn_process_leak_read(void *user_arg);
 // Context: any.
 void tarn_memory_event_report(unsigned int type);
 
-KERNEL_END
+KERNEL_C_END

@@ -21,12 +21,12 @@
 #include "subsystems.h"
 #include "vendor_hook.h"
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 void record_kswapd_done(void *data, int node, unsigned int highest_zone, unsigned int alloc_order,
 			unsigned int reclaim_order);
 void record_slowpath(void *data, gfp_t gfp_mask, unsigned int order, unsigned long alloc_start);
 void record_direct_reclaim(void *data, unsigned int order);
-KERNEL_END
+KERNEL_C_END
 
 constinit u64 mm_event_arr[MM_EVENTS] = {};
 
@@ -195,11 +195,11 @@ void detach_hooks()
 
 bool attach_hooks()
 {
-	return kswapd_hook.attach(__tracepoint_android_vh_vmscan_kswapd_done, record_kswapd_done) >=
-		       0 &&
-	       slowpath_hook.attach(__tracepoint_android_vh_alloc_pages_slowpath,
+	return kswapd_hook.attach(&__tracepoint_android_vh_vmscan_kswapd_done,
+				  record_kswapd_done) >= 0 &&
+	       slowpath_hook.attach(&__tracepoint_android_vh_alloc_pages_slowpath,
 				    record_slowpath) >= 0 &&
-	       direct_reclaim_hook.attach(__tracepoint_android_vh_mm_direct_reclaim_enter,
+	       direct_reclaim_hook.attach(&__tracepoint_android_vh_mm_direct_reclaim_enter,
 					  record_direct_reclaim) >= 0;
 }
 

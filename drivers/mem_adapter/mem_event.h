@@ -9,12 +9,12 @@ inline constexpr unsigned int MM_EVENTS = 8;
 inline constexpr unsigned int MM_EVENT_SLAB_LEAK = 6;
 inline constexpr unsigned int MM_EVENT_VMALLOC_LEAK = 7;
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 // Events of each type since the last report. Plain counters, see mem_event_count.
 extern u64 mm_event_arr[MM_EVENTS];
 
-KERNEL_END
+KERNEL_C_END
 
 // Adds to a statistic without a lock. Tolerated race: of two additions at the same moment, or of an
 // addition and the report's clearing, one may be lost. Context: any.

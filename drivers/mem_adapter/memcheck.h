@@ -36,7 +36,7 @@ struct mem_trace_entry {
 	const page_stack_ops *ops;
 };
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 extern struct mutex memcheck_lock;
 // The target cache of the slab tracker, NUL-terminated.
@@ -66,4 +66,4 @@ int memcheck_do_kernel_command(struct memcheck_command *cmd) EXCLUDES(memcheck_l
 // The readout proper, for a header that was checked.
 int memcheck_stack_read(void *user_arg, struct memcheck_info *info) EXCLUDES(memcheck_lock);
 
-KERNEL_END
+KERNEL_C_END

@@ -8,9 +8,9 @@
 #include "tarn_mapcount.h"
 #include "vendor_hook.h"
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 void vh_customize_alloc_gfp(void *data, gfp_t *gfp_mask, unsigned int order);
-KERNEL_END
+KERNEL_C_END
 
 namespace
 {
@@ -41,12 +41,13 @@ int tarn_mem_adapter_init(void)
 	slub_track_load();
 	vmalloc_track_load();
 
-	int ret = mapcount_hook.attach(__tracepoint_android_vh_update_page_mapcount,
+	// A kernel without one of the hooks is served without it.
+	int ret = mapcount_hook.attach(&__tracepoint_android_vh_update_page_mapcount,
 				       tarn_updata_page_mapcount);
 	if (ret < 0)
 		MEM_ERR("tarn_updata_page_mapcount register fail, ret %d.", ret);
 
-	ret = alloc_gfp_hook.attach(__tracepoint_android_vh_customize_alloc_gfp,
+	ret = alloc_gfp_hook.attach(&__tracepoint_android_vh_customize_alloc_gfp,
 				    vh_customize_alloc_gfp);
 	if (ret < 0)
 		MEM_ERR("vh_customize_alloc_gfp register fail, ret %d.", ret);
@@ -55,11 +56,7 @@ int tarn_mem_adapter_init(void)
 	mm_event_init();
 	cma_track_init();
 	pin_track_init();
-
-	// The kernel does not run the stop entry of a module whose start failed.
-	if (ret < 0)
-		tarn_mem_adapter_exit();
-	return ret < 0 ? ret : 0;
+	return 0;
 }
 
 // Not the reverse of the start: the pin probes go first, event reporting after the abort hooks.

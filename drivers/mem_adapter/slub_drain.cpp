@@ -8,9 +8,9 @@
 #include "log.h"
 #include "slub_track.h"
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 int kslubtrackd(void *data);
-KERNEL_END
+KERNEL_C_END
 
 constinit slub_ringbuf srb_array[SLUB_KINDS] = {};
 constinit slub_track_state slub_track[SLUB_KINDS] = {};

@@ -30,7 +30,7 @@
 enum : int { SLUB_ALLOC = 0, SLUB_FREE = 1, SLUB_KINDS = 2 };
 
 // A cache's flag bit that the kernel does not use: the cache is tracked.
-inline constexpr unsigned int SLUB_TRACK_MARK = 0x1;
+inline constexpr unsigned int SLUB_TRACK_MARK = SLAB_SPARE_FLAG;
 
 // Bytes of a cache name that is kept, the NUL included.
 inline constexpr size_t slub_name_size = 64;
@@ -113,7 +113,7 @@ struct slub_target {
 	char name[slub_name_size];
 };
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 extern slub_ringbuf srb_array[SLUB_KINDS];
 extern slub_track_state slub_track[SLUB_KINDS];
@@ -166,4 +166,4 @@ slub_target slub_describe_target(void);
 // Frames of a record's handle, 0 for one that is no stack-depot handle. Context: any.
 unsigned int slub_handle_frames(u64 handle, unsigned long **frames);
 
-KERNEL_END
+KERNEL_C_END

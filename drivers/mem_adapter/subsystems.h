@@ -6,7 +6,7 @@
 
 #include <kernel/compiler.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 // Locks, rate limits and work items that exist from load to unload, because exported entries may
 // use them at any time. Cannot fail.
@@ -24,4 +24,4 @@ void cma_track_exit(void);
 int pin_track_init(void);
 void pin_track_exit(void);
 
-KERNEL_END
+KERNEL_C_END

@@ -3,10 +3,10 @@
 
 #include <kernel/mm.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 // Warns when the map count of a page that nobody references is updated. Context: any; reads only.
 void tarn_updata_page_mapcount(void *data, struct page *page, bool inc_size, bool compound,
 			       int *ret, bool *success);
 
-KERNEL_END
+KERNEL_C_END

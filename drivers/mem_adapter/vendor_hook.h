@@ -2,6 +2,7 @@
 // One probe on one vendor hook, attached and detached by the subsystem that owns it.
 #pragma once
 
+#include <kernel/err.h>
 #include <kernel/tracepoint.h>
 #include <kernel/vendor_hooks.h>
 
@@ -10,14 +11,18 @@
 class vendor_hook
 {
 public:
+	// Returns 0 or a negative error; -ENOENT for a hook that the kernel lacks.
 	template <class Probe>
-	int attach(struct tracepoint &hook, Probe *probe)
+	int attach(struct tracepoint *hook, Probe *probe)
 	{
-		int ret =
-			tracepoint_probe_register(&hook, reinterpret_cast<void *>(probe), nullptr);
+		if (!hook)
+			return -ENOENT;
+
+		const int ret =
+			tracepoint_probe_register(hook, reinterpret_cast<void *>(probe), nullptr);
 
 		if (ret >= 0) {
-			hook_ = &hook;
+			hook_ = hook;
 			probe_ = reinterpret_cast<void *>(probe);
 		}
 		return ret;

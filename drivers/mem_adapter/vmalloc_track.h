@@ -6,7 +6,7 @@
 #include <kernel/seq_file.h>
 #include <kernel/vmalloc.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 extern int vmalloc_track_flag;
 
@@ -25,4 +25,4 @@ int tarn_vmalloc_stack_open(int kind);
 int tarn_vmalloc_stack_close(void);
 long tarn_vmalloc_stack_read(void *records, unsigned long max_records, int kind);
 
-KERNEL_END
+KERNEL_C_END

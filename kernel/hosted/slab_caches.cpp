@@ -176,7 +176,7 @@ kmem_cache::kmem_cache(std::string_view cache_name, unsigned object_size, unsign
 {
 }
 
-kmem_cache *kmem_cache_create(const char *name, unsigned int size, unsigned int align,
+kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
 			      unsigned int flags, void (*ctor)(void *object))
 {
 	might_sleep("kmem_cache_create");

@@ -58,7 +58,7 @@ TEST_F(loader_death, stops_what_is_left_behind)
 	EXPECT_DEATH(loaded_module().put(), "use count");
 }
 
-TEST_F(params, arguments_are_set_before_the_start_which_may_fail)
+TEST_F(params, arguments_are_set_before_the_start_or_refused)
 {
 	{
 		const loaded_module m({"slab_k=0x10", "nonsense=1", "specified_target=kmalloc-64"});
@@ -70,10 +70,6 @@ TEST_F(params, arguments_are_set_before_the_start_which_may_fail)
 	}
 	EXPECT_EQ(loaded_module({"slab_k=many"}).status(), -EINVAL);
 	EXPECT_EQ(loaded_module({"slab_k=4294967296"}).status(), -ERANGE);
-	{
-		const fault_scope fail(2);
-		EXPECT_EQ(loaded_module().status(), -ENOMEM);
-	}
 	EXPECT_EQ(loaded_module().status(), 0) << "failed loads left nothing";
 }
 

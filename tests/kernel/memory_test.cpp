@@ -61,7 +61,7 @@ TEST_F(slab, objects_are_distinct_and_slabs_go_back)
 TEST_F(slab_death, misuse_stops)
 {
 	kmem_cache *cache = add_cache("one", 64);
-	kmem_cache *other = kmem_cache_create("two", 64, 0, 0, nullptr);
+	kmem_cache *other = helper_kmem_cache_create("two", 64, 0, 0, nullptr);
 	auto *object = static_cast<unsigned char *>(allocate(*cache, GFP_KERNEL));
 	EXPECT_DEATH(kmem_cache_free(other, object), "into two: it belongs to one");
 	EXPECT_DEATH(kmem_cache_free(cache, object + 8), "not the start of an object");

@@ -111,7 +111,7 @@ using rules_death = rules;
 
 TEST_F(rules_death, what_may_sleep_stops_in_atomic_context)
 {
-	kmem_cache *cache = kmem_cache_create("cache", 8, 0, 0, nullptr);
+	kmem_cache *cache = helper_kmem_cache_create("cache", 8, 0, 0, nullptr);
 	unsigned long word = 1;
 	{
 		const context_scope interrupt(context_kind::hardirq);
@@ -201,7 +201,7 @@ TEST_F(rules_death, whatever_is_not_given_back_is_left_over)
 	mod_timer(&timer, 100);
 	register_vmap_purge_notifier(&notifier);
 	sk_buff *buffer = helper_nlmsg_new(4, GFP_KERNEL);
-	kmem_cache *cache = kmem_cache_create("cache", 8, 0, 0, nullptr);
+	kmem_cache *cache = helper_kmem_cache_create("cache", 8, 0, 0, nullptr);
 	void *area = helper_vmalloc(5000);
 	cdev_tevent *event = cdev_tevent_alloc(1000);
 	EXPECT_THAT(leftovers(),
@@ -266,7 +266,7 @@ TEST_F(rules_death, calls_fail_on_request_once_or_from_then_on)
 	const fault_scope fault(2, fault_scope::mode::from_then_on);
 	vfree(helper_vmalloc(1));
 	EXPECT_FALSE(helper_vzalloc(1));
-	EXPECT_FALSE(kmem_cache_create("x", 8, 0, 0, nullptr));
+	EXPECT_FALSE(helper_kmem_cache_create("x", 8, 0, 0, nullptr));
 	EXPECT_EQ(fault.calls(), (lines{"vmalloc", "vzalloc", "kmem_cache_create"}));
 }
 

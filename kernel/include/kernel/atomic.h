@@ -8,7 +8,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 static inline int atomic_read(const atomic_t *v)
 {
@@ -35,5 +35,5 @@ static inline long atomic_long_read(const atomic_long_t *v)
 	return __atomic_load_n(&v->counter, __ATOMIC_RELAXED);
 }
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -13,11 +13,11 @@
 #pragma once
 
 #ifdef __cplusplus
-#define KERNEL_BEGIN extern "C" {
-#define KERNEL_END }
+#define KERNEL_C_BEGIN extern "C" {
+#define KERNEL_C_END }
 #else
-#define KERNEL_BEGIN
-#define KERNEL_END
+#define KERNEL_C_BEGIN
+#define KERNEL_C_END
 #endif
 
 #ifndef KERNEL_NATIVE_TYPES
@@ -44,6 +44,9 @@
 #define READ_ONCE(x) __atomic_load_n(&(x), __ATOMIC_RELAXED)
 #define WRITE_ONCE(x, value) __atomic_store_n(&(x), (value), __ATOMIC_RELAXED)
 #endif
+
+/* What a kernel may lack: the module loads all the same, and the address is null then. */
+#define KERNEL_OPTIONAL __attribute__((weak))
 
 #ifdef __GNUC__
 #define KERNEL_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))

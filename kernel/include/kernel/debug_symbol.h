@@ -3,7 +3,7 @@
 
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Indices of android_debug_symbol. */
 enum android_debug_symbol_index {
@@ -12,6 +12,16 @@ enum android_debug_symbol_index {
 };
 
 /* The address of a symbol that the kernel does not export, or an error pointer. Context: any. */
-void *android_debug_symbol(int index);
+void *android_debug_symbol(int index) KERNEL_OPTIONAL;
 
-KERNEL_END
+KERNEL_C_END
+
+#ifdef __cplusplus
+#include <kernel/err.h>
+
+/* As android_debug_symbol, where the kernel has it. */
+inline void *debug_symbol(int index)
+{
+	return android_debug_symbol ? android_debug_symbol(index) : ERR_PTR(-ENOENT);
+}
+#endif

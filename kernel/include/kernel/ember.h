@@ -4,7 +4,7 @@
 
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct cdev_tevent;
 
@@ -16,4 +16,4 @@ int cdev_tevent_add_int(struct cdev_tevent *event, const char *key, s64 value);
 int cdev_tevent_write(struct cdev_tevent *event);
 void cdev_tevent_destroy(struct cdev_tevent *event);
 
-KERNEL_END
+KERNEL_C_END

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 #define ENOENT 2
 #define ENOMEM 12
@@ -30,5 +30,5 @@ static inline void *ERR_PTR(long error)
 	return (void *)error;
 }
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -4,10 +4,10 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* The kernel's clock tick counter; read it with READ_ONCE. */
 extern unsigned long volatile jiffies;
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -4,10 +4,10 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Optional sign, digits, one optional newline. Returns 0, -EINVAL or -ERANGE (res unchanged). */
 int kstrtoint(const char *s, unsigned int base, int *res);
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -4,7 +4,7 @@
 #include <kernel/sched.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* A stopped thread that wake_up_process starts; node -1 is any. Returns an error pointer on
  * failure. Context: process, may sleep. */
@@ -14,5 +14,5 @@ bool kthread_should_stop(void);
 /* Asks the thread to stop, wakes it, waits for its end and returns its result. May sleep. */
 int kthread_stop(struct task_struct *task);
 
-KERNEL_END
+KERNEL_C_END
 #endif

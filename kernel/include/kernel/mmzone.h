@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 typedef struct pglist_data pg_data_t;
 struct zone;
@@ -12,10 +12,10 @@ struct zone;
 /* The one memory node. */
 extern struct pglist_data contig_page_data;
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Zone index is 0 to KERNEL_MAX_NR_ZONES - 1. Counts are in pages. Context: any, no lock. */
 struct zone *helper_node_zone(struct pglist_data *node, int index);
@@ -26,4 +26,4 @@ long helper_zone_lowmem_reserve(const struct zone *zone, int index);
 unsigned long helper_zone_high_wmark(const struct zone *zone);
 unsigned long helper_zone_managed(const struct zone *zone);
 
-KERNEL_END
+KERNEL_C_END

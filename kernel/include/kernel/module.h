@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct module;
 
@@ -15,7 +15,7 @@ extern struct module __this_module;
 void kernel_param_lock(struct module *mod);
 void kernel_param_unlock(struct module *mod);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
 #ifdef __cplusplus

@@ -4,7 +4,7 @@
 #include <kernel/lockdep.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct CAPABILITY("mutex") mutex {
 	_Alignas_kernel(8) unsigned char storage[KERNEL_SIZEOF_MUTEX];
@@ -12,16 +12,16 @@ struct CAPABILITY("mutex") mutex {
 
 void __mutex_init(struct mutex *lock, const char *name, struct lock_class_key *key);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Context: process, may sleep. mutex_lock is a macro on kernels with lock checking. */
 void helper_mutex_lock(struct mutex *lock) ACQUIRE(lock);
 void helper_mutex_unlock(struct mutex *lock) RELEASE(lock);
 
-KERNEL_END
+KERNEL_C_END
 
 #ifdef __cplusplus
 /* Holds a mutex for the length of a scope. Context: process, may sleep. */

@@ -6,7 +6,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct net;
 struct sock;
@@ -37,10 +37,10 @@ void netlink_kernel_release(struct sock *sk);
  * with nonblock set. */
 int netlink_unicast(struct sock *ssk, struct sk_buff *skb, u32 portid, int nonblock);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Sets the input callback of a zeroed configuration. The kernel calls it once a datagram, in the
  * sender's context; the buffer stays the kernel's. */
@@ -57,4 +57,4 @@ struct nlmsghdr *helper_nlmsg_hdr(const struct sk_buff *skb);
 void helper_nlmsg_free(struct sk_buff *skb);
 unsigned int helper_skb_len(const struct sk_buff *skb);
 
-KERNEL_END
+KERNEL_C_END

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct notifier_block {
 	int (*notifier_call)(struct notifier_block *nb, unsigned long action, void *data);
@@ -17,5 +17,5 @@ int register_vmap_purge_notifier(struct notifier_block *nb);
 /* No callback runs after the return. Returns -ENOENT for a block that is not registered. */
 int unregister_vmap_purge_notifier(struct notifier_block *nb);
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -3,12 +3,12 @@
 
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Nesting of preemption (0xff), soft (0xff00) and hard (0xf0000) interrupts and NMI (0xf00000). */
 int helper_preempt_count(void);
 
-KERNEL_END
+KERNEL_C_END
 
 #ifdef __cplusplus
 /* Whether the current code interrupts some task rather than acting for it. */

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 #define KERN_SOH "\001"
 #define KERN_ERR KERN_SOH "3"
@@ -14,13 +14,13 @@ KERNEL_BEGIN
 /* Context: any; never sleeps. %pS prints an address as symbol+offset/size [module]. */
 int _printk(const char *fmt, ...) KERNEL_PRINTF(1, 2);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Kernel warning with a stack dump, attributed to the file and line; taints the kernel. Any
  * context. */
 void helper_warn(const char *file, int line);
 
-KERNEL_END
+KERNEL_C_END

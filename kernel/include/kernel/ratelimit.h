@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 KERNEL_OPAQUE(ratelimit_state, KERNEL_SIZEOF_RATELIMIT_STATE);
 
@@ -12,12 +12,12 @@ KERNEL_OPAQUE(ratelimit_state, KERNEL_SIZEOF_RATELIMIT_STATE);
  * calls. Context: any; never sleeps. */
 int ___ratelimit(struct ratelimit_state *rs, const char *func);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Lets burst calls through per interval (jiffies). Once, before the first ___ratelimit. */
 void helper_ratelimit_state_init(struct ratelimit_state *rs, int interval, int burst);
 
-KERNEL_END
+KERNEL_C_END

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct rb_node {
 	unsigned long __rb_parent_color;
@@ -29,5 +29,5 @@ void rb_erase(struct rb_node *node, struct rb_root *root);
 struct rb_node *rb_first(const struct rb_root *root);
 struct rb_node *rb_next(const struct rb_node *node);
 
-KERNEL_END
+KERNEL_C_END
 #endif

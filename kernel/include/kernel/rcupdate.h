@@ -4,21 +4,21 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Waits until every read section that had begun has ended. Context: process, may sleep. */
 void synchronize_rcu(void);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* A read section never sleeps and may be nested. Context: any. */
 void helper_rcu_read_lock(void);
 void helper_rcu_read_unlock(void);
 
-KERNEL_END
+KERNEL_C_END
 
 #ifdef __cplusplus
 /* An RCU read section for the length of a scope. */

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Bytes of a task's name, the NUL included. */
 #define TASK_COMM_LEN 16
@@ -18,14 +18,14 @@ void schedule(void);
 /* Makes a sleeping task runnable. Returns 1 if it was asleep. Context: any. */
 int wake_up_process(struct task_struct *task);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct task_struct *helper_current(void);
 int helper_task_pid(const struct task_struct *task);
 /* The task's whole comm array, TASK_COMM_LEN bytes. */
 const char *helper_task_comm(const struct task_struct *task);
 
-KERNEL_END
+KERNEL_C_END

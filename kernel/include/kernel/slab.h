@@ -5,24 +5,15 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct kmem_cache;
 
-/* Flags of a cache. */
-#define SLAB_RECLAIM_ACCOUNT 0x20000u
+/* Flags of a cache: one of the kernel's own, and one that the kernel leaves unused. */
+#define SLAB_RECLAIM_ACCOUNT KERNEL_SLAB_RECLAIM_ACCOUNT
+#define SLAB_SPARE_FLAG KERNEL_SLAB_SPARE_FLAG
 
-/* Returns null on failure. Context: process, may sleep. */
-struct kmem_cache *kmem_cache_create(const char *name, unsigned int size, unsigned int align,
-				     unsigned int flags, void (*ctor)(void *object));
-/* Null is ignored. The cache must hold no object. Context: process, may sleep. */
-void kmem_cache_destroy(struct kmem_cache *cache);
-void kmem_cache_free(struct kmem_cache *cache, void *object);
-
-KERNEL_END
-#endif
-
-/* What the slab allocator tells of one cache; private to it, so the kernel's headers lack it. */
+/* What the slab allocator tells of one cache. */
 struct slabinfo {
 	unsigned long active_objs;
 	unsigned long num_objs;
@@ -36,11 +27,21 @@ struct slabinfo {
 	unsigned int cache_order;
 };
 
-KERNEL_BEGIN
-
-/* Context: process; the caller keeps the cache alive. */
+/* Context: process; the caller keeps the cache alive. All zero where the kernel cannot tell. */
 void get_slabinfo(struct kmem_cache *cache, struct slabinfo *info);
 
+/* Null is ignored. The cache must hold no object. Context: process, may sleep. */
+void kmem_cache_destroy(struct kmem_cache *cache);
+void kmem_cache_free(struct kmem_cache *cache, void *object);
+
+KERNEL_C_END
+#endif
+
+KERNEL_C_BEGIN
+
+/* Returns null on failure. Context: process, may sleep. */
+struct kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
+					    unsigned int flags, void (*ctor)(void *object));
 /* Returns null on failure. Sleeps only where gfp allows it. */
 void *helper_kmem_cache_alloc(struct kmem_cache *cache, gfp_t gfp);
 /* The cache of an entry of the kernel's list of caches. */
@@ -52,4 +53,4 @@ unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache);
 /* Writes the flags word; the caller holds the slab mutex. */
 void helper_kmem_cache_set_flags(struct kmem_cache *cache, unsigned int flags);
 
-KERNEL_END
+KERNEL_C_END

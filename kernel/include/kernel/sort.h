@@ -4,11 +4,11 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* In-place heap sort, not stable; a null swap_func swaps the elements' bytes. */
 void sort(void *base, size_t num, size_t size, int (*cmp_func)(const void *a, const void *b),
 	  void (*swap_func)(void *a, void *b, int size));
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -4,7 +4,7 @@
 #include <kernel/lockdep.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 typedef struct CAPABILITY("spinlock") raw_spinlock {
 	_Alignas_kernel(8) unsigned char storage[KERNEL_SIZEOF_RAW_SPINLOCK];
@@ -14,14 +14,14 @@ typedef struct CAPABILITY("spinlock") raw_spinlock {
 unsigned long _raw_spin_lock_irqsave(raw_spinlock_t *lock) ACQUIRE(lock);
 void _raw_spin_unlock_irqrestore(raw_spinlock_t *lock, unsigned long flags) RELEASE(lock);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 void helper_raw_spin_lock_init(raw_spinlock_t *lock, const char *name, struct lock_class_key *key);
 
-KERNEL_END
+KERNEL_C_END
 
 #ifdef __cplusplus
 /* Holds a spinlock, interrupts disabled, for the length of a scope. */

@@ -5,7 +5,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 typedef u32 depot_stack_handle_t;
 
@@ -20,5 +20,5 @@ depot_stack_handle_t stack_depot_save(unsigned long *entries, unsigned int nr_en
  * that is 0 or unknown. Context: any. */
 unsigned int stack_depot_fetch(depot_stack_handle_t handle, unsigned long **entries);
 
-KERNEL_END
+KERNEL_C_END
 #endif

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 void *memcpy(void *to, const void *from, size_t n);
 void *memset(void *to, int byte, size_t n);
@@ -15,7 +15,7 @@ int strncmp(const char *a, const char *b, size_t n);
 /* Writes at most size bytes with the NUL. Returns the characters stored, the NUL not counted. */
 int scnprintf(char *buf, size_t size, const char *fmt, ...) KERNEL_PRINTF(3, 4);
 
-KERNEL_END
+KERNEL_C_END
 
 /* A freestanding compiler calls these for every few bytes unless it is told what they are. */
 #ifdef TARN_MODULE

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct sysinfo;
 
@@ -12,12 +12,12 @@ struct sysinfo;
 extern atomic_long_t nr_swap_pages;
 extern atomic_long_t _totalram_pages;
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Swap as si_swapinfo tells it, in pages. Takes the kernel's swap lock. */
 void helper_swapinfo(unsigned long *total, unsigned long *free);
 
-KERNEL_END
+KERNEL_C_END

@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct kobject;
 
@@ -25,10 +25,10 @@ int sysfs_create_group(struct kobject *kobj, const struct attribute_group *grp);
 /* Formats into the page that a show handler is given; returns the length. */
 int sysfs_emit(char *buf, const char *fmt, ...) KERNEL_PRINTF(2, 3);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 void helper_kobj_attribute_init(struct kobj_attribute *attr, const char *name, umode_t mode,
 				long (*show)(struct kobject *kobj, struct kobj_attribute *attr,
@@ -39,4 +39,4 @@ void helper_kobj_attribute_init(struct kobj_attribute *attr, const char *name, u
 void helper_attribute_group_init(struct attribute_group *grp, struct kobj_attribute *const *attrs,
 				 size_t count);
 
-KERNEL_END
+KERNEL_C_END

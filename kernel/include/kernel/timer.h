@@ -4,7 +4,7 @@
 #include <kernel/lockdep.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 KERNEL_OPAQUE(timer_list, KERNEL_SIZEOF_TIMER_LIST);
 
@@ -15,5 +15,5 @@ int mod_timer(struct timer_list *timer, unsigned long expires);
 /* Disarms and waits for a running callback, also one that re-arms itself. Not from the callback. */
 int timer_delete_sync(struct timer_list *timer);
 
-KERNEL_END
+KERNEL_C_END
 #endif

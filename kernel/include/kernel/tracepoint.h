@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct tracepoint;
 
@@ -14,12 +14,12 @@ int tracepoint_probe_register(struct tracepoint *tp, void *probe, void *data);
 /* A probe that runs at this moment may still run after the return; see below. */
 int tracepoint_probe_unregister(struct tracepoint *tp, void *probe, void *data);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Waits until no probe that was unregistered runs any more. Context: process, may sleep. */
 void helper_tracepoint_synchronize_unregister(void);
 
-KERNEL_END
+KERNEL_C_END

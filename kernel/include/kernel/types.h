@@ -4,7 +4,7 @@
 #include <kernel/compiler.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 typedef uint8_t u8;
 typedef uint16_t u16;
@@ -30,7 +30,7 @@ struct list_head {
 	struct list_head *next, *prev;
 };
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
 /* The 4 KiB page of the target. */

@@ -3,10 +3,10 @@
 
 #include <kernel/types.h>
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Both return the bytes that could not be copied. Context: process, may sleep. */
 unsigned long helper_copy_from_user(void *to, const void *user_from, unsigned long n);
 unsigned long helper_copy_to_user(void *user_to, const void *from, unsigned long n);
 
-KERNEL_END
+KERNEL_C_END

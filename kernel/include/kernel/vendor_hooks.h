@@ -1,21 +1,25 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* The Android vendor hooks that the module attaches to. */
+/* The Android vendor hooks that the module attaches to. A kernel may lack any of them: the address
+ * of its tracepoint is null then. */
 #pragma once
 
 #include <kernel/tracepoint.h>
 
-#ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+/* X(hook) */
+#define KERNEL_VENDOR_HOOKS(X)                                                                     \
+	X(android_vh_update_page_mapcount)                                                         \
+	X(android_vh_customize_alloc_gfp)                                                          \
+	X(android_vh_slab_alloc_node)                                                              \
+	X(android_vh_slab_free)                                                                    \
+	X(android_vh_save_vmalloc_stack)                                                           \
+	X(android_vh_show_stack_hash)                                                              \
+	X(android_vh_vmscan_kswapd_done)                                                           \
+	X(android_vh_alloc_pages_slowpath)                                                         \
+	X(android_vh_mm_direct_reclaim_enter)
 
-extern struct tracepoint __tracepoint_android_vh_update_page_mapcount;
-extern struct tracepoint __tracepoint_android_vh_customize_alloc_gfp;
-extern struct tracepoint __tracepoint_android_vh_slab_alloc_node;
-extern struct tracepoint __tracepoint_android_vh_slab_free;
-extern struct tracepoint __tracepoint_android_vh_save_vmalloc_stack;
-extern struct tracepoint __tracepoint_android_vh_show_stack_hash;
-extern struct tracepoint __tracepoint_android_vh_vmscan_kswapd_done;
-extern struct tracepoint __tracepoint_android_vh_alloc_pages_slowpath;
-extern struct tracepoint __tracepoint_android_vh_mm_direct_reclaim_enter;
+KERNEL_C_BEGIN
 
-KERNEL_END
-#endif
+#define KERNEL_DECLARE_HOOK(hook) extern struct tracepoint __tracepoint_##hook KERNEL_OPTIONAL;
+KERNEL_VENDOR_HOOKS(KERNEL_DECLARE_HOOK)
+
+KERNEL_C_END

@@ -4,20 +4,19 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct vm_struct;
 
 /* Null is ignored. Context: process, may sleep. */
 void vfree(const void *addr);
+/* Pages that back vmalloc areas now; 0 where the kernel cannot tell. Context: any. */
+unsigned long vmalloc_nr_pages(void);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
-
-/* Pages that back vmalloc areas now. Context: any. */
-unsigned long vmalloc_nr_pages(void);
+KERNEL_C_BEGIN
 
 /* Virtually contiguous memory, the second one zero-filled; null on failure. May sleep. */
 void *helper_vmalloc(unsigned long size);
@@ -29,4 +28,4 @@ void helper_vm_struct_set_caller(struct vm_struct *area, unsigned long caller);
 unsigned long helper_vm_struct_size(const struct vm_struct *area);
 unsigned int helper_vm_struct_nr_pages(const struct vm_struct *area);
 
-KERNEL_END
+KERNEL_C_END

@@ -4,11 +4,11 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* Global counts in pages, by item; a reading may be negative for a moment. */
 extern atomic_long_t vm_zone_stat[];
 extern atomic_long_t vm_node_stat[];
 
-KERNEL_END
+KERNEL_C_END
 #endif

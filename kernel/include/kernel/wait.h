@@ -5,7 +5,7 @@
 #include <kernel/sched.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 KERNEL_OPAQUE(wait_queue_head, KERNEL_SIZEOF_WAIT_QUEUE_HEAD);
 KERNEL_OPAQUE(wait_queue_entry, KERNEL_SIZEOF_WAIT_QUEUE_ENTRY);
@@ -18,12 +18,12 @@ void finish_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_en
 /* Wakes tasks in the states of mode, at most nr_exclusive exclusive ones. Context: any. */
 int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int nr_exclusive, void *key);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 /* An entry for the current task that leaves the queue when it is woken. */
 void helper_init_wait(struct wait_queue_entry *wq_entry);
 
-KERNEL_END
+KERNEL_C_END

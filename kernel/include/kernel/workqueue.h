@@ -4,7 +4,7 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 struct workqueue_struct;
 
@@ -15,13 +15,13 @@ extern struct workqueue_struct *system_wq;
 /* Removes a queued work item and waits for a running one. Context: process, may sleep. */
 bool cancel_work_sync(struct work_struct *work);
 
-KERNEL_END
+KERNEL_C_END
 #endif
 
-KERNEL_BEGIN
+KERNEL_C_BEGIN
 
 void helper_init_work(struct work_struct *work, void (*func)(struct work_struct *work));
 /* Queues on no particular CPU. False when it is queued already. Context: any. */
 bool helper_queue_work(struct workqueue_struct *wq, struct work_struct *work);
 
-KERNEL_END
+KERNEL_C_END

@@ -16,6 +16,9 @@
 
 #define KERNEL_GROUP_ATTRIBUTES 8
 
+#define KERNEL_SLAB_RECLAIM_ACCOUNT 0x20000u
+#define KERNEL_SLAB_SPARE_FLAG 0x1u
+
 /* Zones of the node, and the items of the statistics as the 6.6 generation numbers them. */
 #define KERNEL_MAX_NR_ZONES 5
 #define KERNEL_NR_FREE_PAGES 0
