@@ -2,8 +2,10 @@
 /* The records that user space passes through the memcheck device. Host byte order. */
 #pragma once
 
-#ifdef TARN_MODULE
+#if defined(TARN_MODULE)
 #include <kernel/types.h>
+#elif defined(__KERNEL__)
+#include <linux/types.h>
 #else
 #include <stdint.h>
 #endif

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The module as the kernel sees it: its entries, metadata, parameters and exports.
+#include <linux/dma-direction.h>
+#include <linux/init.h>
+#include <linux/mmzone.h>
+#include <linux/module.h>
+#include <linux/tracepoint.h>
+
+#include <kernel/vendor_hooks.h>
+
+#include "mem_adapter.h"
+#include "module_list.h"
+#include "symbols.h"
+
+MODULE_LICENSE(TARN_MODULE_LICENSE);
+MODULE_DESCRIPTION(TARN_MODULE_DESCRIPTION);
+MODULE_SOFTDEP(TARN_MODULE_SOFTDEP);
+MODULE_IMPORT_NS(TARN_MODULE_IMPORT_NS);
+
+/* The parameters' variables, by the types that the list names. */
+#define DECLARE_int(variable) extern int variable
+#define DECLARE_uint(variable) extern unsigned int variable
+#define DECLARE_charp(variable) extern char *variable
+#define PARAM(name, variable, type, mode)                                                          \
+	DECLARE_##type(variable);                                                                  \
+	module_param_named(name, variable, type, mode);
+TARN_MODULE_PARAMS(PARAM)
+
+#define EXPORT(function) EXPORT_SYMBOL(function);
+#define EXPORT_GPL(function) EXPORT_SYMBOL_GPL(function);
+TARN_MODULE_EXPORTS(EXPORT, EXPORT_GPL)
+
+struct device;
+struct dma_buf;
+struct sg_table;
+int tarn_iommu_map_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
+			  enum dma_data_direction dir, unsigned long attrs);
+void tarn_iommu_unmap_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
+			     enum dma_data_direction dir, unsigned long attrs);
+
+/* The platform's IOMMU module is part of every platform that this module is for: without it the
+ * kernel refuses the load. */
+static const void *const required[] __used = {tarn_iommu_map_dmabuf, tarn_iommu_unmap_dmabuf};
+
+struct vendor_hook {
+	const char *name;
+	const struct tracepoint *tracepoint;
+};
+
+#define HOOK(hook) {#hook, &__tracepoint_##hook},
+static const struct vendor_hook vendor_hooks[] = {KERNEL_VENDOR_HOOKS(HOOK)};
+
+static int __init module_start(void)
+{
+	for (size_t i = 0; i < ARRAY_SIZE(vendor_hooks); i++) {
+		if (!vendor_hooks[i].tracepoint)
+			pr_warn("%s: the kernel has no hook %s: what rests on it stays off\n",
+				KBUILD_MODNAME, vendor_hooks[i].name);
+	}
+	find_kernel_symbols();
+	return tarn_mem_adapter_init();
+}
+
+static void __exit module_stop(void)
+{
+	tarn_mem_adapter_exit();
+}
+
+module_init(module_start);
+module_exit(module_stop);

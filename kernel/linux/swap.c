@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <linux/mm.h>
+#include <linux/swap.h>
+
+#include <kernel/swap.h>
+
+#include "symbols.h"
+
+void helper_swapinfo(unsigned long *total, unsigned long *free)
+{
+	struct sysinfo info = {};
+
+	if (kernel_symbols.si_swapinfo)
+		kernel_symbols.si_swapinfo(&info);
+	*total = info.totalswap;
+	*free = info.freeswap;
+}

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <linux/kernel.h>
+#include <linux/kprobes.h>
+
+#include "symbols.h"
+
+struct kernel_symbols kernel_symbols __ro_after_init;
+
+typedef unsigned long (*lookup_fn)(const char *name);
+
+/* A kprobe finds any function by its name, so the kernel's own lookup, too. */
+static lookup_fn find_lookup(void)
+{
+	struct kprobe probe = {.symbol_name = "kallsyms_lookup_name"};
+
+	if (register_kprobe(&probe))
+		return NULL;
+	unregister_kprobe(&probe);
+	return (lookup_fn)probe.addr;
+}
+
+static void *find(lookup_fn lookup, const char *name, const char *without)
+{
+	void *symbol = lookup ? (void *)lookup(name) : NULL;
+
+	if (!symbol)
+		pr_warn("%s: the kernel has no %s: %s\n", KBUILD_MODNAME, name, without);
+	return symbol;
+}
+
+void find_kernel_symbols(void)
+{
+	lookup_fn lookup = find_lookup();
+
+	kernel_symbols.get_slabinfo =
+		find(lookup, "get_slabinfo", "the largest cache is not found, only a named one");
+	kernel_symbols.si_swapinfo = find(lookup, "si_swapinfo", "swap counts as absent");
+	kernel_symbols.vmalloc_nr_pages =
+		find(lookup, "vmalloc_nr_pages", "no vmalloc leak is detected");
+}

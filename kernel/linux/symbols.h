@@ -1,0 +1,19 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/* Functions of the kernel that it does not export; null where it has none. */
+#pragma once
+
+struct kmem_cache;
+struct slabinfo;
+struct sysinfo;
+
+struct kernel_symbols {
+	void (*get_slabinfo)(struct kmem_cache *cache, struct slabinfo *info);
+	void (*si_swapinfo)(struct sysinfo *info);
+	unsigned long (*vmalloc_nr_pages)(void);
+};
+
+extern struct kernel_symbols kernel_symbols;
+
+/* Fills the table, once, before the module starts. Says which function is missing and what the
+ * module does without. Context: process, may sleep. */
+void find_kernel_symbols(void);

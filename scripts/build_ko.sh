@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-only
+# Usage: build_ko.sh KERNEL_TREE OUT_DIR [MAKE_VARIABLE=...]...
+# Builds the module and the platform's modules for a configured kernel tree into OUT_DIR. With
+# TARN_PLATFORM=n only the module itself; KBUILD_EXTRA_SYMBOLS then names the Module.symvers of the
+# platform's own ember and tarn_smmu.
+set -euo pipefail
+
+kernel=$1
+mkdir -p "$2"
+out=$(cd "$2" && pwd)
+shift 2
+root=$(cd "$(dirname "$0")/.." && pwd)
+
+if [ ! -e "$kernel/.config" ] || [ ! -e "$kernel/Module.symvers" ]; then
+	echo "build_ko: $kernel is no kernel tree that was configured and built:" \
+		"it needs .config and Module.symvers" >&2
+	exit 2
+fi
+
+# The kernel's build wants objects beside sources; a mirror of links keeps them out of the checkout.
+for part in drivers kernel/include kernel/linux platform/linux include; do
+	[ -d "$root/$part" ] || continue
+	mkdir -p "$out/$part"
+	cp -rsf "$root/$part/." "$out/$part/"
+done
+find "$out" -xtype l -delete
+ln -sf kernel/linux/Kbuild "$out/Kbuild"
+
+log=$out/build.log
+echo "Building the modules for $kernel in $out."
+make -C "$kernel" M="$out" "$@" modules >"$log" 2>&1 || {
+	grep -E '(error|ERROR|\*\*\*|undefined)' "$log" >&2 || tail -n 30 "$log" >&2
+	echo "build_ko: the modules do not build for $kernel; the whole log is $log" >&2
+	exit 1
+}
