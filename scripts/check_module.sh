@@ -31,7 +31,7 @@ interface=$("$compiler" -std=gnu11 -Wall -Wextra -Werror -ffreestanding -E -P "$
 	<<<"$all_headers" || complain "the kernel interface is not valid C"
 
 # Names that the interface declares as functions or objects.
-declared=$(grep -oE '\b[A-Za-z_][A-Za-z0-9_]*[[:space:]]*(\(|;|\[\]|__attribute__)' <<<"$interface" |
+declared=$(grep -oE '\b[A-Za-z_][A-Za-z0-9_]*[[:space:]]*(\(|;|\[\])' <<<"$interface" |
 	grep -oE '^[A-Za-z_][A-Za-z0-9_]*' | sort -u)
 defined=$(nm --defined-only "$@" | awk 'NF == 3 { print $3 }' | sort -u)
 # The sanitizers' own run time is no part of the module.

@@ -195,11 +195,9 @@ void detach_hooks()
 
 bool attach_hooks()
 {
-	return kswapd_hook.attach(&__tracepoint_android_vh_vmscan_kswapd_done,
-				  record_kswapd_done) >= 0 &&
-	       slowpath_hook.attach(&__tracepoint_android_vh_alloc_pages_slowpath,
-				    record_slowpath) >= 0 &&
-	       direct_reclaim_hook.attach(&__tracepoint_android_vh_mm_direct_reclaim_enter,
+	return kswapd_hook.attach(helper_android_vh_vmscan_kswapd_done, record_kswapd_done) >= 0 &&
+	       slowpath_hook.attach(helper_android_vh_alloc_pages_slowpath, record_slowpath) >= 0 &&
+	       direct_reclaim_hook.attach(helper_android_vh_mm_direct_reclaim_enter,
 					  record_direct_reclaim) >= 0;
 }
 

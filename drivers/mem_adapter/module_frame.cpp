@@ -42,13 +42,12 @@ int tarn_mem_adapter_init(void)
 	vmalloc_track_load();
 
 	// A kernel without one of the hooks is served without it.
-	int ret = mapcount_hook.attach(&__tracepoint_android_vh_update_page_mapcount,
+	int ret = mapcount_hook.attach(helper_android_vh_update_page_mapcount,
 				       tarn_updata_page_mapcount);
 	if (ret < 0)
 		MEM_ERR("tarn_updata_page_mapcount register fail, ret %d.", ret);
 
-	ret = alloc_gfp_hook.attach(&__tracepoint_android_vh_customize_alloc_gfp,
-				    vh_customize_alloc_gfp);
+	ret = alloc_gfp_hook.attach(helper_android_vh_customize_alloc_gfp, vh_customize_alloc_gfp);
 	if (ret < 0)
 		MEM_ERR("vh_customize_alloc_gfp register fail, ret %d.", ret);
 

@@ -20,7 +20,7 @@ constinit vendor_hook free_hook;
 
 int look_up_slab_symbols()
 {
-	void *symbol = debug_symbol(ADS_SLAB_CACHES);
+	void *symbol = helper_debug_symbol(ADS_SLAB_CACHES);
 
 	if (IS_ERR_OR_NULL(symbol)) {
 		MEM_LOG(KERN_ERR, "slub_track_init", "get tarn_slab_caches failed!\n");
@@ -28,7 +28,7 @@ int look_up_slab_symbols()
 	}
 	tarn_slab_caches = static_cast<struct list_head *>(symbol);
 
-	symbol = debug_symbol(ADS_SLAB_MUTEX);
+	symbol = helper_debug_symbol(ADS_SLAB_MUTEX);
 	if (IS_ERR_OR_NULL(symbol)) {
 		MEM_LOG(KERN_ERR, "slub_track_init", "get tarn_slab_mutex failed!\n");
 		return -EINVAL;
@@ -40,8 +40,8 @@ int look_up_slab_symbols()
 int attach_probes()
 {
 	const int alloc_ret =
-		alloc_hook.attach(&__tracepoint_android_vh_slab_alloc_node, vh_slab_alloc_node);
-	const int free_ret = free_hook.attach(&__tracepoint_android_vh_slab_free, vh_slab_free);
+		alloc_hook.attach(helper_android_vh_slab_alloc_node, vh_slab_alloc_node);
+	const int free_ret = free_hook.attach(helper_android_vh_slab_free, vh_slab_free);
 
 	if (alloc_ret < 0 || free_ret < 0) {
 		MEM_LOG(KERN_ERR, "slub_track_init", "slub track register hook failed!\n");

@@ -61,8 +61,8 @@ void vmalloc_track_load(void)
 
 int vmalloc_track_init(void)
 {
-	save_hook.attach(&__tracepoint_android_vh_save_vmalloc_stack, vh_save_vmalloc_stack);
-	show_hook.attach(&__tracepoint_android_vh_show_stack_hash, vh_show_stack_hash);
+	save_hook.attach(helper_android_vh_save_vmalloc_stack, vh_save_vmalloc_stack);
+	show_hook.attach(helper_android_vh_show_stack_hash, vh_show_stack_hash);
 	purge_registered = register_vmap_purge_notifier(&memtrack_vmap_purge_nb) == 0;
 	return 0;
 }

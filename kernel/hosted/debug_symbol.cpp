@@ -5,7 +5,7 @@
 #include <hosted/slab.h>
 #include <kernel/err.h>
 
-void *android_debug_symbol(int index)
+void *helper_debug_symbol(int index)
 {
 	if (hosted::should_fail("android_debug_symbol"))
 		return ERR_PTR(-ENOENT);

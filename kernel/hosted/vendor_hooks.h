@@ -11,6 +11,10 @@ struct page;
 struct seq_file;
 struct vm_struct;
 
+#define DECLARE_TRACEPOINT(hook) extern tracepoint __tracepoint_##hook;
+KERNEL_VENDOR_HOOKS(DECLARE_TRACEPOINT)
+#undef DECLARE_TRACEPOINT
+
 inline void trace_android_vh_update_page_mapcount(page *page, bool inc_size, bool compound,
 						  int *first_mapping, bool *success)
 {

@@ -42,21 +42,14 @@ void tarn_iommu_unmap_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct 
  * kernel refuses the load. */
 static const void *const required[] __used = {tarn_iommu_map_dmabuf, tarn_iommu_unmap_dmabuf};
 
-struct vendor_hook {
-	const char *name;
-	const struct tracepoint *tracepoint;
-};
-
-#define HOOK(hook) {#hook, &__tracepoint_##hook},
-static const struct vendor_hook vendor_hooks[] = {KERNEL_VENDOR_HOOKS(HOOK)};
+#define REPORT_MISSING(hook)                                                                       \
+	if (!helper_##hook)                                                                        \
+		pr_warn("%s: the kernel has no hook %s: what rests on it stays off\n",             \
+			KBUILD_MODNAME, #hook);
 
 static int __init module_start(void)
 {
-	for (size_t i = 0; i < ARRAY_SIZE(vendor_hooks); i++) {
-		if (!vendor_hooks[i].tracepoint)
-			pr_warn("%s: the kernel has no hook %s: what rests on it stays off\n",
-				KBUILD_MODNAME, vendor_hooks[i].name);
-	}
+	KERNEL_VENDOR_HOOKS(REPORT_MISSING)
 	find_kernel_symbols();
 	return tarn_mem_adapter_init();
 }

@@ -45,9 +45,6 @@
 #define WRITE_ONCE(x, value) __atomic_store_n(&(x), (value), __ATOMIC_RELAXED)
 #endif
 
-/* What a kernel may lack: the module loads all the same, and the address is null then. */
-#define KERNEL_OPTIONAL __attribute__((weak))
-
 #ifdef __GNUC__
 #define KERNEL_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))
 #endif

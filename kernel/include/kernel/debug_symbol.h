@@ -11,17 +11,8 @@ enum android_debug_symbol_index {
 	ADS_SLAB_MUTEX = 13,  /* struct mutex: guards that list */
 };
 
-/* The address of a symbol that the kernel does not export, or an error pointer. Context: any. */
-void *android_debug_symbol(int index) KERNEL_OPTIONAL;
+/* android_debug_symbol, which a kernel may lack: the address of a symbol that the kernel does not
+ * export, or an error pointer. Context: any. */
+void *helper_debug_symbol(int index);
 
 KERNEL_C_END
-
-#ifdef __cplusplus
-#include <kernel/err.h>
-
-/* As android_debug_symbol, where the kernel has it. */
-inline void *debug_symbol(int index)
-{
-	return android_debug_symbol ? android_debug_symbol(index) : ERR_PTR(-ENOENT);
-}
-#endif

@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* The Android vendor hooks that the module attaches to. A kernel may lack any of them: the address
- * of its tracepoint is null then. */
+/* The Android vendor hooks that the module attaches to. A kernel may lack any of them. */
 #pragma once
 
 #include <kernel/tracepoint.h>
@@ -19,7 +18,8 @@
 
 KERNEL_C_BEGIN
 
-#define KERNEL_DECLARE_HOOK(hook) extern struct tracepoint __tracepoint_##hook KERNEL_OPTIONAL;
+/* helper_<hook> is the hook's tracepoint, or null where the kernel has no such hook. */
+#define KERNEL_DECLARE_HOOK(hook) extern struct tracepoint *const helper_##hook;
 KERNEL_VENDOR_HOOKS(KERNEL_DECLARE_HOOK)
 
 KERNEL_C_END
