@@ -9,10 +9,10 @@
 #include <fmt/format.h>
 #include <hosted/clock.h>
 #include <hosted/fault.h>
+#include <hosted/vendor_hooks.h>
 #include <hosted/vmstat.h>
 #include <kernel/spinlock.h>
 #include <kernel/stackdepot.h>
-#include <kernel/vendor_hooks.h>
 #include <platform/lmkd.h>
 
 using namespace hosted;

@@ -101,7 +101,8 @@ TEST(hunt, counts_equal_the_trace_for_every_cache)
 
 		EXPECT_EQ(result.cache, cache.name);
 		EXPECT_EQ(result.object_size, cache.object_size);
-		EXPECT_EQ(result.dropped_events, 0U);
+		ASSERT_TRUE(result.events);
+		EXPECT_EQ(result.events->dropped, 0U);
 		EXPECT_EQ(found_callers(result.callers.alloc),
 			  expected_callers(loaded, cache.name, false));
 		EXPECT_EQ(found_callers(result.callers.free),
@@ -126,7 +127,8 @@ TEST(hunt, takes_the_largest_unreclaimable_cache_when_none_is_named)
 	const hunt_result result = hunt_trace(temp_file(text).path(), "");
 
 	EXPECT_EQ(result.cache, "kmalloc-256");
-	EXPECT_EQ(result.alloc_events, 60U);
+	ASSERT_TRUE(result.events);
+	EXPECT_EQ(result.events->alloc, 60U);
 	ASSERT_EQ(result.callers.alloc.size(), 1U);
 	EXPECT_EQ(result.callers.alloc[0].frames, std::vector<std::string>{"make+0x1/0x2"});
 }
@@ -162,7 +164,19 @@ TEST(command_line, answers_bad_usage_and_bad_input_with_one_sentence)
 					{"hunt --trace ''", 2},
 					{"hunt --trace " + empty.path(), 2},
 					{"hunt --trace " + cut.path(), 2},
-					{"hunt --trace " + sample + " --cache none", 1}}) {
+					{"hunt --trace " + sample + " --cache none", 1},
+					{"hunt --trace " + sample + " --device /dev/null", 2},
+					{"hunt --trace " + sample + " --seconds 1", 2},
+					{"hunt --device /dev/null", 2},
+					{"hunt --device /nowhere --seconds 86400", 2},
+					{"hunt --device /nowhere --seconds 86401", 2},
+					{"watch --count 0", 2},
+					{"watch --seconds 1x", 2},
+					{"thresholds --device /dev/null", 2},
+					{"thresholds set", 2},
+					{"thresholds set slab_k=x", 2},
+					{"pages --device ''", 2},
+					{"pages --device /dev/zero --json", 2}}) {
 		const outcome result = tarnctl(arguments);
 
 		EXPECT_EQ(result.status, status) << arguments;

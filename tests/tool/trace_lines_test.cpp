@@ -75,8 +75,8 @@ TEST(trace_header, is_read_in_every_form_the_kernel_has)
 
 TEST(trace_lines, that_are_no_slab_events_are_passed_over)
 {
-	const std::string junk = "# tracer: nop\n\n\0\xff\x01 =>\n - - -1 [\nname-1 [000]\n"s +
-				 "CPU:1 [LOST 5 EVENTS]\n => stray\n" +
+	const std::string junk = "# tracer: nop\n\n\0\xff\x01 =>\n - - -1 [\nname-1 [000]\n"
+				 "CPU:1 [LOST 5 EVENTS]\n => stray\n"s +
 				 line(0, "kmem_cache_alloc <-dup") + line(0, "kmallocs: x") +
 				 line(0, "tracing_mark_write: kfree: call_site=x ptr=y") +
 				 line(9, "<stack trace>") + " => [FTRACE TRAMPOLINE]\n =>\n => \n";
