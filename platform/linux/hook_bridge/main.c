@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* Fires the vendor hooks from the tracepoints and functions of a kernel that lacks them. */
+#define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
+
+#include <linux/err.h>
+#include <linux/init.h>
+#include <linux/module.h>
+#include <linux/printk.h>
+#include <linux/tracepoint.h>
+
+#include "bridge.h"
+
+static struct hook *const hooks[] = {
+	&slab_alloc_hook,      &slab_free_hook,	    &save_vmalloc_stack_hook,
+	&show_stack_hash_hook, &kswapd_done_hook,   &alloc_slowpath_hook,
+	&direct_reclaim_hook,  &page_mapcount_hook, &alloc_gfp_hook,
+};
+
+static void arm(struct hook *hook)
+{
+	int err = hook->arm();
+
+	hook->armed = !err;
+	if (!err)
+		pr_info("%s: armed (by %s)\n", hook->name, hook->source);
+	else if (err == -ENOENT)
+		pr_warn("%s: not armed: this kernel lacks %s\n", hook->name, hook->source);
+	else
+		pr_warn("%s: not armed: %s: error %d\n", hook->name, hook->source, err);
+}
+
+static int __init hook_bridge_init(void)
+{
+	int err = symbols_init();
+
+	if (err) {
+		pr_err("the kernel's symbols cannot be looked up: error %d\n", err);
+		return err;
+	}
+	for (size_t i = 0; i < ARRAY_SIZE(hooks); i++)
+		arm(hooks[i]);
+	return 0;
+}
+
+static void __exit hook_bridge_exit(void)
+{
+	for (size_t i = ARRAY_SIZE(hooks); i-- > 0;)
+		if (hooks[i]->armed)
+			hooks[i]->disarm();
+	/* For the probes on the kernel's own tracepoints; removed kprobes have been waited for. */
+	tracepoint_synchronize_unregister();
+}
+
+module_init(hook_bridge_init);
+module_exit(hook_bridge_exit);
+MODULE_LICENSE("GPL");
+MODULE_DESCRIPTION("Vendor hooks for a stock kernel");

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* What the kernel does not export, found by name. */
+#include <linux/err.h>
+#include <linux/errno.h>
+#include <linux/export.h>
+#include <linux/kernel.h>
+#include <linux/kprobes.h>
+#include <linux/list.h>
+#include <linux/mutex.h>
+
+#include <kernel/debug_symbol.h>
+
+#include "bridge.h"
+#include "hooks.h"
+
+static unsigned long (*lookup_name)(const char *name);
+static int (*lookup_size_offset)(unsigned long addr, unsigned long *size, unsigned long *offset);
+
+static const char *const debug_symbol_names[] = {
+	[ADS_SLAB_CACHES] = "slab_caches",
+	[ADS_SLAB_MUTEX] = "slab_mutex",
+};
+static void *debug_symbols[ARRAY_SIZE(debug_symbol_names)];
+
+int symbols_init(void)
+{
+	/* A kprobe may be set by name, so it knows one address that leads to all the others. */
+	struct kprobe probe = {.symbol_name = "kallsyms_lookup_name"};
+	int err = register_kprobe(&probe);
+
+	if (err)
+		return err;
+	lookup_name = (void *)probe.addr;
+	unregister_kprobe(&probe);
+
+	lookup_size_offset = (void *)lookup_name("kallsyms_lookup_size_offset");
+	for (size_t i = 0; i < ARRAY_SIZE(debug_symbols); i++)
+		if (debug_symbol_names[i])
+			debug_symbols[i] = (void *)lookup_name(debug_symbol_names[i]);
+	return 0;
+}
+
+unsigned long symbol_address(const char *name)
+{
+	return lookup_name(name);
+}
+
+unsigned long symbol_size(unsigned long address)
+{
+	unsigned long size, offset;
+
+	if (!lookup_size_offset || !lookup_size_offset(address, &size, &offset) || offset)
+		return 0;
+	return size;
+}
+
+void *android_debug_symbol(int index)
+{
+	if (index < 0 || index >= (int)ARRAY_SIZE(debug_symbols) || !debug_symbols[index])
+		return ERR_PTR(-ENOENT);
+	return debug_symbols[index];
+}
+EXPORT_SYMBOL_NS(android_debug_symbol, MINIDUMP);

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* The hook of a new vmalloc area, fired as the function that makes areas returns one. */
+#include <linux/export.h>
+#include <linux/kprobes.h>
+#include <linux/ptrace.h>
+#include <linux/vmalloc.h>
+
+#include "bridge.h"
+#include "hooks.h"
+
+static int area_created(struct kretprobe_instance *instance, struct pt_regs *regs);
+
+/* Making an area may sleep, so many tasks may be at it at a time. */
+static struct kretprobe create_probe = {.handler = area_created, .maxactive = 128};
+
+static int start(void)
+{
+	return probe_start(&create_probe.kp);
+}
+
+static void stop(void)
+{
+	probe_stop(&create_probe.kp);
+}
+
+DEFINE_TRACE_FN(android_vh_save_vmalloc_stack, start, stop,
+		TP_PROTO(unsigned long flags, struct vm_struct *area), TP_ARGS(flags, area));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_save_vmalloc_stack);
+
+/*
+ * A return probe runs in a breakpoint exception, whose frames alone would fill a short stack
+ * trace. They are hidden: the frames are then as if the function had fired the hook itself, with
+ * call_in_frame in its place. Preemption is off here, as it is where a tracepoint fires.
+ */
+static int area_created(struct kretprobe_instance *instance, struct pt_regs *regs)
+{
+	struct vm_struct *area = (struct vm_struct *)regs_return_value(regs);
+
+	if (area && trace_android_vh_save_vmalloc_stack_enabled())
+		call_in_frame(__traceiter_android_vh_save_vmalloc_stack, area->flags, area,
+			      frame_pointer(regs), instruction_pointer(regs));
+	return 0;
+}
+NOKPROBE_SYMBOL(area_created);
+
+static int arm(void)
+{
+	return return_probe_add(&create_probe, "__get_vm_area_node");
+}
+
+static void disarm(void)
+{
+	return_probe_remove(&create_probe);
+}
+
+struct hook save_vmalloc_stack_hook = {
+	.name = "android_vh_save_vmalloc_stack",
+	.source = "__get_vm_area_node",
+	.arm = arm,
+	.disarm = disarm,
+};
