@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The hunt on a running kernel, whose device, log and parameters are played here.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>

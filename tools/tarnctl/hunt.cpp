@@ -35,8 +35,7 @@ std::string parse_target(std::string_view log)
 	const std::size_t start = log.rfind(before, end);
 
 	if (end == std::string_view::npos || start == std::string_view::npos)
-		throw hunt_error(
-			"tracking is on already, or the kernel log does not name the target");
+		throw hunt_error("the kernel log does not name the target");
 	return std::string(log.substr(start + before.size(), end - start - before.size()));
 }
 
@@ -54,32 +53,89 @@ growth parse_growth(std::string_view log)
 	return result;
 }
 
+std::string read_out(memcheck_device &device)
+{
+	std::string text;
+
+	if (const int ret = device.read(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE, text))
+		throw hunt_error(refusal("read out", ret));
+	return text;
+}
+
+// Tracking, switched on while it lives.
+class tracking
+{
+public:
+	tracking(memcheck_device &device, const std::string &cache) : device_(device)
+	{
+		const int ret = device_.command(MEMTYPE_SLUB, MEMCHECK_CMD_ON);
+
+		if (ret == -EINVAL && !cache.empty())
+			throw unknown_cache(
+				fmt::format("the module cannot track a cache \"{}\"", cache));
+		if (ret)
+			throw hunt_error(ret == -EINVAL
+						 ? "the module finds no cache that it can track; "
+						   "try to name one with --cache"
+						 : refusal("switch tracking on", ret));
+	}
+	~tracking()
+	{
+		if (!on_)
+			return;
+		try {
+			device_.command(MEMTYPE_SLUB, MEMCHECK_CMD_OFF);
+		} catch (const std::exception &error) {
+			// What ended the hunt is on its way up already.
+			fmt::print(stderr, "tarnctl: {}\n", error.what());
+		}
+	}
+	tracking(const tracking &) = delete;
+	tracking &operator=(const tracking &) = delete;
+
+	void off()
+	{
+		on_ = false;
+		command(device_, MEMCHECK_CMD_OFF, "switch tracking off");
+	}
+
+private:
+	memcheck_device &device_;
+	bool on_ = true;
+};
+
 } // namespace
 
 hunt_result run_hunt(memcheck_device &device, const std::string &cache,
 		     const std::function<void()> &let_run)
 {
 	hunt_result result;
-	std::string text;
 
+	// The module keeps the first target when it is switched on twice, and would not tell.
+	if (device.is_tracking())
+		throw hunt_error("slab tracking is on already: another hunt is running, or one was "
+				 "killed and slub_track_flag has to be cleared");
 	device.set_target(cache);
 	command(device, MEMCHECK_CMD_PREPARE, "choose a target");
-	if (const int ret = device.command(MEMTYPE_SLUB, MEMCHECK_CMD_ON))
-		throw hunt_error(ret == -EINVAL ? "the module finds no cache that it can track; "
-						  "try to name one with --cache"
-						: refusal("switch tracking on", ret));
+	// What an earlier hunt left behind unread would count as this one's.
+	read_out(device);
+
+	tracking on(device, cache);
+
 	result.log = device.take_log();
 	result.cache = parse_target(result.log);
+	if (!cache.empty() && result.cache != cache)
+		throw unknown_cache(fmt::format("the kernel has no slab cache \"{}\" of its own; "
+						"/proc/slabinfo lists them",
+						cache));
 	let_run();
 	result.log += device.take_log();
-	command(device, MEMCHECK_CMD_OFF, "switch tracking off");
+	on.off();
 
 	const std::string off_log = device.take_log();
 
 	result.target = parse_growth(off_log);
-	if (const int ret = device.read(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE, text))
-		throw hunt_error(refusal("read out", ret));
-	result.callers = parse_readout(text);
+	result.callers = parse_readout(read_out(device));
 	result.log += off_log + device.take_log();
 	return result;
 }

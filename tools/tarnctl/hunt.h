@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -19,14 +20,18 @@ struct growth {
 	std::uint64_t end_kib = 0;
 };
 
+struct event_counts {
+	std::uint64_t alloc = 0; // recorded
+	std::uint64_t free = 0;
+	std::uint64_t dropped = 0;
+};
+
 // What a hunt brings home. The callers come out of the readout buffer and from nowhere else.
 struct hunt_result {
 	std::string cache;
-	std::uint32_t object_size = 0; // bytes
+	std::optional<std::uint32_t> object_size; // bytes, where it can be learnt
 	growth target;
-	std::uint64_t alloc_events = 0; // recorded
-	std::uint64_t free_events = 0;
-	std::uint64_t dropped_events = 0;
+	std::optional<event_counts> events; // a device does not tell
 	readout callers;
 	std::string log; // the kernel log of the hunt
 };
@@ -35,8 +40,14 @@ struct hunt_error : std::runtime_error {
 	using std::runtime_error::runtime_error;
 };
 
+// Where the hunt takes place there is no such cache.
+struct unknown_cache : hunt_error {
+	using hunt_error::hunt_error;
+};
+
 // Runs the hunt on a device; let_run is what happens while tracking is on. Fills in the callers,
-// the growth and the log. Throws hunt_error when the module refuses a step.
+// the growth and the log. Throws hunt_error when the module refuses a step, unknown_cache when it
+// does not find the named cache. Tracking is off again in any case.
 hunt_result run_hunt(memcheck_device &device, const std::string &cache,
 		     const std::function<void()> &let_run);
 

@@ -24,6 +24,12 @@ class hosted_device : public memcheck_device
 public:
 	explicit hosted_device(platform::client &client) : client_(client) {}
 
+	// The module was loaded for this hunt alone.
+	bool is_tracking() override
+	{
+		return false;
+	}
+
 	int command(std::uint32_t memtype, std::uint32_t cmd) override
 	{
 		return client_.command(memtype, cmd);
@@ -83,6 +89,11 @@ std::uint32_t find_cache(const trace::directory &directory, const std::string &n
 
 } // namespace
 
+bool can_hunt_traces()
+{
+	return true;
+}
+
 hunt_result hunt_trace(const std::string &path, const std::string &cache)
 {
 	const trace::directory directory = [&path] {
@@ -132,10 +143,13 @@ hunt_result hunt_trace(const std::string &path, const std::string &cache)
 	const replay::counts &offered = seen[find_cache(directory, result.cache)];
 
 	result.object_size = helper_kmem_cache_full_size(hosted::find_cache(result.cache));
-	result.alloc_events = recorded(module, SLUB_ALLOC);
-	result.free_events = recorded(module, SLUB_FREE);
-	result.dropped_events =
-		offered.alloc + offered.free - result.alloc_events - result.free_events;
+
+	event_counts events;
+
+	events.alloc = recorded(module, SLUB_ALLOC);
+	events.free = recorded(module, SLUB_FREE);
+	events.dropped = offered.alloc + offered.free - events.alloc - events.free;
+	result.events = events;
 	return result;
 }
 

@@ -9,10 +9,8 @@
 namespace tarn
 {
 
-// The trace has no such cache.
-struct unknown_cache : hunt_error {
-	using hunt_error::hunt_error;
-};
+// Whether this build has the hosted kernel.
+bool can_hunt_traces();
 
 // Without a cache the trace is replayed untracked first, so that the module can choose its target
 // by real footprints. Throws trace::trace_error, unknown_cache or hunt_error.

@@ -69,13 +69,19 @@ void print_balances(fmt::memory_buffer &out, const hunt_result &result)
 {
 	auto to = std::back_inserter(out);
 
-	fmt::format_to(to, "\n{:<16} {:>12} {:>12} {:>12} {:>12}\n", "task", "allocated", "freed",
-		       "difference", "KiB");
+	fmt::format_to(to, "\n{:<16} {:>12} {:>12} {:>12}", "task", "allocated", "freed",
+		       "difference");
+	if (result.object_size)
+		fmt::format_to(to, " {:>12}", "KiB");
+	fmt::format_to(to, "\n");
 	for (const balance &b : balances(result.callers)) {
 		const std::int64_t kept = b.allocated - b.freed;
 
-		fmt::format_to(to, "{:<16} {:>12} {:>12} {:>+12} {:>+12}\n", task_name(b.comm),
-			       b.allocated, b.freed, kept, kept * result.object_size / 1024);
+		fmt::format_to(to, "{:<16} {:>12} {:>12} {:>+12}", task_name(b.comm), b.allocated,
+			       b.freed, kept);
+		if (result.object_size)
+			fmt::format_to(to, " {:>+12}", kept * *result.object_size / 1024);
+		fmt::format_to(to, "\n");
 	}
 }
 
@@ -150,12 +156,16 @@ std::string hunt_text(const hunt_result &result)
 	fmt::memory_buffer out;
 	auto to = std::back_inserter(out);
 
-	fmt::format_to(to, "Slab cache {}, {} bytes an object\n", printable(result.cache),
-		       result.object_size);
+	fmt::format_to(to, "Slab cache {}", printable(result.cache));
+	if (result.object_size)
+		fmt::format_to(to, ", {} bytes an object", *result.object_size);
+	fmt::format_to(to, "\n");
 	fmt::format_to(to, "  footprint  {} KiB before, {} KiB after: {:+} KiB\n",
 		       result.target.start_kib, result.target.end_kib, result.target.delta_kib);
-	fmt::format_to(to, "  events     {} allocations and {} frees recorded, {} dropped\n",
-		       result.alloc_events, result.free_events, result.dropped_events);
+	if (result.events)
+		fmt::format_to(to,
+			       "  events     {} allocations and {} frees recorded, {} dropped\n",
+			       result.events->alloc, result.events->free, result.events->dropped);
 	if (!result.callers.alloc.empty() || !result.callers.free.empty())
 		print_balances(out, result);
 	print_callers(out, "Who allocates, heaviest stacks first:",
@@ -167,20 +177,20 @@ std::string hunt_text(const hunt_result &result)
 
 std::string hunt_json(const hunt_result &result)
 {
-	const nlohmann::ordered_json object = {
-		{"cache", result.cache},
-		{"object_size", result.object_size},
-		{"growth",
-		 {{"start_kib", result.target.start_kib},
-		  {"end_kib", result.target.end_kib},
-		  {"delta_kib", result.target.delta_kib}}},
-		{"events",
-		 {{"alloc", result.alloc_events},
-		  {"free", result.free_events},
-		  {"dropped", result.dropped_events}}},
-		{"alloc", to_json(result.callers.alloc)},
-		{"free", to_json(result.callers.free)},
-	};
+	nlohmann::ordered_json object;
+
+	object["cache"] = result.cache;
+	if (result.object_size)
+		object["object_size"] = *result.object_size;
+	object["growth"] = {{"start_kib", result.target.start_kib},
+			    {"end_kib", result.target.end_kib},
+			    {"delta_kib", result.target.delta_kib}};
+	if (result.events)
+		object["events"] = {{"alloc", result.events->alloc},
+				    {"free", result.events->free},
+				    {"dropped", result.events->dropped}};
+	object["alloc"] = to_json(result.callers.alloc);
+	object["free"] = to_json(result.callers.free);
 
 	// A task name need not be UTF-8.
 	return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";

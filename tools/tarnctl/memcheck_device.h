@@ -13,6 +13,8 @@ class memcheck_device
 public:
 	virtual ~memcheck_device() = default;
 
+	// Whether slab tracking is on, by whomever.
+	virtual bool is_tracking() = 0;
 	// Results are the module's: 0 or a negative error number.
 	virtual int command(std::uint32_t memtype, std::uint32_t cmd) = 0;
 	// Names the cache that the next prepare takes; an empty name leaves the choice to the
