@@ -12,13 +12,26 @@ CLANG_FLAGS := -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DTARN_PCH=
 TRACE ?= examples/fd-leak.ftrace.xz
 CACHE ?= filp
 
-.PHONY: help run test check bench stats fuzz tidy format-check format clean deps deps-check
+# What make ko builds for, and with which tools.
+KDIR ?=
+KO_FLAGS = $(foreach v,ARCH CROSS_COMPILE LLVM KBUILD_EXTRA_SYMBOLS TARN_PLATFORM,$(if $($(v)),$(v)=$($(v))))
+# The lab's kernel: DEBUG=1 takes the one that checks itself. SCENARIO runs those with that name only.
+FLAVOUR := $(if $(filter-out 0,$(DEBUG)),debug,plain)
+LAB = $(BUILD)/lab/$(FLAVOUR)
+SCENARIO ?=
+
+.PHONY: help run test check bench stats fuzz tidy format-check format clean deps deps-check \
+	deps-lab ko device lab lab-shell lab-build
 
 help:
 	@echo "make run     hunt a slab leak in a recorded trace of a real kernel"
 	@echo "make test    all tests, under ASan+UBSan and TSan, and the lock annotations"
 	@echo "make check   clang-format and clang-tidy"
 	@echo "make bench   what the hot paths cost, beside the plain way"
+	@echo "make ko KDIR=<kernel tree>   the module for a configured kernel tree"
+	@echo "make device  the static tarnctl for an arm64 device"
+	@echo "make lab     all scenarios on a real kernel in QEMU (DEBUG=1: on one that checks itself)"
+	@echo "make lab-shell   a shell in that kernel, everything loaded"
 	@echo "make stats   lines of code and of tests"
 	@echo "make fuzz    fuzz the trace reader for a minute"
 
@@ -59,6 +72,28 @@ fuzz: deps-check
 		$(CLANG_FLAGS) \
 		-DTARN_SANITIZE=address,undefined -DTARN_FUZZ=ON
 	$(BUILD)/fuzz/bin/trace_fuzz -max_total_time=60 -max_len=65536
+
+ko:
+	@scripts/install_deps.sh ko "$(CROSS_COMPILE)"
+	@scripts/build_ko.sh "$(KDIR)" $(BUILD)/ko $(KO_FLAGS)
+
+device:
+	@scripts/install_deps.sh device
+	@scripts/quiet_build.sh $(BUILD)/arm64 all -- $(CMAKE_FLAGS) -DCMAKE_BUILD_TYPE=MinSizeRel \
+		-DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DTARN_DEVICE_ONLY=ON
+
+deps-lab:
+	@scripts/install_deps.sh lab
+
+lab-build: deps-lab device
+	@kernel=$$(lab/build_kernel.sh $(FLAVOUR)) && \
+		scripts/build_ko.sh "$$kernel" $(LAB)/ko ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-
+
+lab: lab-build
+	@$(LAB_RUN) $(LAB_PARTS) $(SCENARIO)
+
+lab-shell: lab-build
+	@$(LAB_RUN) --shell $(LAB_PARTS)
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 

@@ -7,6 +7,10 @@
 set -euo pipefail
 
 kernel=$1
+if [ -z "$kernel" ]; then
+	echo "usage: make ko KDIR=<configured kernel tree> [ARCH=arm64 CROSS_COMPILE=<prefix>]" >&2
+	exit 2
+fi
 mkdir -p "$2"
 out=$(cd "$2" && pwd)
 shift 2
@@ -17,6 +21,12 @@ if [ ! -e "$kernel/.config" ] || [ ! -e "$kernel/Module.symvers" ]; then
 		"it needs .config and Module.symvers" >&2
 	exit 2
 fi
+
+# Objects of another kernel would be taken for up to date.
+if [ -e "$out/.kernel" ] && [ "$(cat "$out/.kernel")" != "$kernel $*" ]; then
+	find "$out" -mindepth 1 -delete
+fi
+echo "$kernel $*" >"$out/.kernel"
 
 # The kernel's build wants objects beside sources; a mirror of links keeps them out of the checkout.
 for part in drivers kernel/include kernel/linux platform/linux include; do
@@ -34,3 +44,4 @@ make -C "$kernel" M="$out" "$@" modules >"$log" 2>&1 || {
 	echo "build_ko: the modules do not build for $kernel; the whole log is $log" >&2
 	exit 1
 }
+grep -A 3 'warning:' "$log" >&2 || true

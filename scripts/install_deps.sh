@@ -1,14 +1,32 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Usage: install_deps.sh build|check
-# Installs the Debian packages that are missing: to build, or also to check style and locks.
+# Usage: install_deps.sh build|check|device|lab, or install_deps.sh ko [CROSS_COMPILE]
+# Installs the Debian packages that are missing: to build, also to check style and locks, to build
+# programs for an arm64 device, a kernel for the lab that boots it, or a module with a compiler prefix.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build xz-utils libboost-dev libcli11-dev nlohmann-json3-dev libfmt-dev
+build=(g++ cmake ninja-build xz-utils libboost-dev libcli11-dev nlohmann-json3-dev libfmt-dev
 	liblzma-dev libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev)
-if [ "${1:-build}" = check ]; then
-	packages+=(clang clang-tidy clang-format libclang-rt-14-dev)
-fi
+check=(clang clang-tidy clang-format libclang-rt-14-dev)
+arm64=(gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross)
+device=("${arm64[@]}" g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev)
+lab=("${device[@]}" gcc linux-source-6.12 flex bison bc libssl-dev libelf-dev cpio kmod xz-utils rsync
+	python3 qemu-system-arm)
+
+case ${1:-build} in
+build) packages=("${build[@]}") ;;
+check) packages=("${build[@]}" "${check[@]}") ;;
+device) packages=("${device[@]}") ;;
+lab) packages=("${lab[@]}") ;;
+ko)
+	packages=(g++ gcc)
+	[ "${2:-}" != aarch64-linux-gnu- ] || packages+=("${arm64[@]}")
+	;;
+*)
+	echo "install_deps: there is no set of packages named $1" >&2
+	exit 2
+	;;
+esac
 
 missing=()
 for package in "${packages[@]}"; do
