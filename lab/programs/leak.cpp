@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// Usage: leak NAME KIND COUNT [close|closed] [PAUSE_EVERY]
+// A task called NAME takes COUNT kernel objects of KIND (pipe, file, eventfd, socket, vma, index),
+// says "taken COUNT" and keeps them until it is killed. With "close" it gives them back one by one
+// and ends; with "closed" it gives each back before it takes the next. After each PAUSE_EVERY
+// objects it pauses, so that whoever records them keeps up. An index is a node of the page index of
+// /dev/zram1, which goes with the device's last reader.
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "failure.h"
+
+namespace
+{
+
+using lab::must;
+
+constexpr std::size_t page = 4096;
+
+// What one object consists of, for giving it back.
+struct object {
+	int fds[2] = {-1, -1};
+	void *area = nullptr;
+};
+
+// One page behind each node of the index.
+void read_far_page(int i)
+{
+	static const int fd = must(open("/dev/zram1", O_RDONLY), "/dev/zram1");
+	constexpr off_t node_size = 64 * page;
+	char byte = 0;
+
+	if (i == 0)
+		posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+	if (pread(fd, &byte, 1, i * node_size) != 1)
+		lab::fail("/dev/zram1 ends at node %d", i);
+}
+
+object take(std::string_view kind, int i)
+{
+	object taken;
+
+	if (kind == "pipe") {
+		must(pipe(taken.fds), "pipe");
+	} else if (kind == "file") {
+		taken.fds[0] = must(open("/dev/null", O_RDONLY), "open");
+	} else if (kind == "eventfd") {
+		taken.fds[0] = must(eventfd(0, 0), "eventfd");
+	} else if (kind == "socket") {
+		taken.fds[0] = must(socket(AF_UNIX, SOCK_DGRAM, 0), "socket");
+	} else if (kind == "vma") {
+		// Neighbours of different protection stay areas of their own.
+		taken.area = mmap(nullptr, page, i % 2 ? PROT_READ : PROT_WRITE,
+				  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+		if (taken.area == MAP_FAILED)
+			lab::fail("mmap: %s", std::strerror(errno));
+	} else if (kind == "index") {
+		read_far_page(i);
+	} else {
+		lab::fail("unknown kind");
+	}
+	return taken;
+}
+
+void give_back(const object &taken)
+{
+	for (const int fd : taken.fds) {
+		if (fd >= 0)
+			close(fd);
+	}
+	if (taken.area)
+		munmap(taken.area, page);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+	if (argc < 4)
+		lab::fail("usage: leak NAME KIND COUNT [close|closed] [PAUSE_EVERY]");
+	const int count = std::atoi(argv[3]);
+	const std::string_view mode = argc > 4 ? argv[4] : "";
+	const int pause_every = argc > 5 ? std::atoi(argv[5]) : 0;
+	std::vector<object> kept;
+	const auto breathe = [pause_every](int i) {
+		if (pause_every && i % pause_every == pause_every - 1)
+			usleep(50'000);
+	};
+
+	prctl(PR_SET_NAME, argv[1]);
+	for (int i = 0; i < count; i++) {
+		const object taken = take(argv[2], i);
+
+		if (mode == "closed")
+			give_back(taken);
+		else
+			kept.push_back(taken);
+		breathe(i);
+	}
+	std::printf("taken %d\n", count);
+	std::fflush(stdout);
+	if (mode.empty())
+		pause();
+	for (int i = 0; const object &taken : kept) {
+		give_back(taken);
+		breathe(i++);
+	}
+}

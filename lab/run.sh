@@ -1,0 +1,212 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-only
+# Usage: run.sh [--debug] [--shell] [--out DIR] KERNEL_BUILD KO_DIR BIN_DIR [WORD...]
+# Boots the lab's guests and runs the scenarios whose names contain one of the words (all without),
+# one line of TAP each; exit status 1 when one fails, hangs, or leaves something in the kernel log.
+# --debug: the kernel checks itself, so it takes more memory and time. --shell: a shell in a guest
+# with everything loaded. --out: where the consoles go (build/lab).
+#
+# Three guests run side by side. A scenario says in which ("# lane: 2", else the first): those that
+# mostly wait stand aside, since the machine need not have more than two processors.
+set -euo pipefail
+
+usage() {
+	sed -n 3p "$0" | cut -c3- >&2
+	exit 2
+}
+
+lab=$(cd "$(dirname "$0")" && pwd)
+out=$lab/../build/lab
+debug=0
+shell=0
+while [[ ${1:-} == --* ]]; do
+	case $1 in
+	--debug) debug=1 ;;
+	--shell) shell=1 ;;
+	--out)
+		[ $# -gt 1 ] || usage
+		out=$2
+		shift
+		;;
+	*) usage ;;
+	esac
+	shift
+done
+[ $# -ge 3 ] || usage
+kernel=$1 modules=$2 programs=$3
+shift 3
+
+memory=256
+slow=1
+run_limit=240 # seconds
+arguments="console=ttyAMA0 rdinit=/init panic=-1 loglevel=7 printk.devkmsg=on zram.num_devices=2"
+if [ "$debug" = 1 ]; then
+	memory=1280
+	slow=8
+	run_limit=1800
+	arguments+=" kmemleak=on lab_debug=1"
+fi
+
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+initramfs=$out/initramfs.gz
+"$lab/build_initramfs.sh" "$kernel" "$modules" "$programs" "$initramfs"
+
+# boot NAME ARGUMENT...: a guest with its virtual console here and its kernel's in NAME.log.
+boot() {
+	local name=$1
+
+	shift
+	rm -f "$out/$name.log"
+	exec timeout --foreground -k 10 "$run_limit" qemu-system-aarch64 -M virt -cpu max -smp 2 \
+		-m "$memory" -display none -monitor none -nic none -no-reboot \
+		-pidfile "$out/$name.pid" \
+		-kernel "$kernel/arch/arm64/boot/Image" -initrd "$initramfs" \
+		-append "$arguments lab_slow=$slow $*" \
+		-chardev stdio,id=tap,signal=off -device virtio-serial-device \
+		-device virtconsole,chardev=tap \
+		-chardev "file,id=kernel,path=$out/$name.log" -serial chardev:kernel
+}
+
+if [ "$shell" = 1 ]; then
+	run_limit=0
+	echo "The kernel's console goes to $out/shell.log."
+	boot shell lab_mode=shell
+fi
+
+# wanted NAME WORD...
+wanted() {
+	local word
+
+	[ $# -gt 1 ] || return 0
+	for word in "${@:2}"; do
+		[[ $1 != *"$word"* ]] || return 0
+	done
+	return 1
+}
+
+scenarios=()
+declare -A lane_of=() runs=()
+for script in "$lab"/scenarios/[0-9]*.sh; do
+	name=$(basename "$script" .sh)
+	wanted "$name" "$@" || continue
+	lane=$(sed -n 's/^# lane: //p' "$script")
+	lane=${lane:-1}
+	scenarios+=("$name")
+	lane_of[$name]=$lane
+	runs[$lane]+=${runs[$lane]:+,}$name
+done
+if [ ${#scenarios[@]} -eq 0 ]; then
+	echo "no scenario has a name like: $*" >&2
+	exit 2
+fi
+# The kernel that checks itself searches for leaks at the end of each lane.
+for lane in "${!runs[@]}"; do
+	[ "$debug" = 1 ] || continue
+	scenarios+=("kmemleak-$lane")
+	lane_of[kmemleak-$lane]=$lane
+done
+
+# Each line that a guest says, as a whole, behind the number of its lane.
+run_lanes() {
+	local lane
+
+	for lane in "${!runs[@]}"; do
+		{
+			status=0
+			(boot "lane$lane" "lab_lane=$lane" "lab_run=${runs[$lane]}") </dev/null 2>&1 ||
+				status=$?
+			echo "ended $status"
+		} | sed -u "s/^/$lane /" &
+	done
+	wait
+}
+
+number=0
+failed=0
+declare -A verdict=() running=() deadline=() ended=()
+
+report() { # VERDICT NAME COMMENT
+	number=$((number + 1))
+	verdict[$2]=$1
+	[ "$1" = ok ] || failed=$((failed + 1))
+	echo "$1 $number - $2 # $3"
+}
+
+hear() { # LANE LINE
+	local lane=$1 line=$2 name seconds rest
+
+	case $line in
+	"begin "*)
+		read -r _ name rest <<<"$line"
+		running[$lane]=$name
+		deadline[$lane]=$((SECONDS + rest + 15))
+		;;
+	"ok "*)
+		read -r _ name seconds <<<"$line"
+		report ok "$name" "$seconds s"
+		;;
+	"not ok "*)
+		read -r _ _ name seconds rest <<<"$line"
+		report "not ok" "$name" "$seconds s: $rest"
+		;;
+	"ended 0" | "done") unset "deadline[$lane]" ;;
+	"ended 124") ended[$lane]="the guest was not done within $run_limit s" ;;
+	"ended "*) ended[$lane]="QEMU ended with status ${line#ended }" ;;
+	*) echo "# ${line#\# }" ;;
+	esac
+}
+
+# A guest that is too far gone to see its own time limits.
+stop_late_lanes() {
+	local lane
+
+	for lane in "${!deadline[@]}"; do
+		[ "$SECONDS" -gt "${deadline[$lane]}" ] || continue
+		echo "# lane $lane: no sign of life"
+		unset "deadline[$lane]"
+		kill "$(cat "$out/lane$lane.pid")" || true
+	done
+}
+
+echo "TAP version 13"
+echo "1..${#scenarios[@]}"
+exec 4< <(run_lanes)
+while true; do
+	status=0
+	IFS= read -r -t 5 -u 4 line || status=$?
+	if [ "$status" -eq 0 ]; then
+		line=${line%$'\r'}
+		hear "${line%% *}" "${line#* }"
+	elif [ "$status" -le 128 ]; then
+		break
+	fi
+	stop_late_lanes
+done
+
+console_tail() { # LANE
+	tail -n 40 "$out/lane$1.log" 2>/dev/null | tr -d '\r' | sed 's/^/# /'
+}
+
+for name in "${scenarios[@]}"; do
+	[ -z "${verdict[$name]:-}" ] || continue
+	lane=${lane_of[$name]}
+	if [ "${running[$lane]:-}" = "$name" ]; then
+		report "not ok" "$name" "the guest died: ${ended[$lane]:-it left early}"
+		console_tail "$lane"
+	else
+		report "not ok" "$name" "never ran${running[$lane]:+: see ${running[$lane]}}"
+		[ -n "${running[$lane]:-}" ] || console_tail "$lane"
+	fi
+done
+
+# The consoles hold what the guests' own look at the log may have missed, down to the last line.
+for lane in "${!runs[@]}"; do
+	found=$("$lab/console_trouble.sh" "$out/lane$lane.log") || true
+	[ -n "$found" ] || continue
+	failed=$((failed + 1))
+	echo "# lane $lane: trouble on the kernel's console ($out/lane$lane.log):"
+	head -n 40 <<<"$found" | sed 's/^/# /'
+done
+
+[ "$failed" -eq 0 ]

@@ -1,0 +1,86 @@
+# SPDX-License-Identifier: GPL-2.0-only
+# limit: 30 s
+# Without a name the module takes the cache whose slabs take most, of those that the kernel cannot
+# shrink by itself, as /proc/slabinfo shows it; a name wins over that.
+. /lab/scenarios/lib.sh
+
+load_all
+
+# Caches of the same footprint are told apart by their order in a list that is not shown, so all
+# that share the largest count.
+largest() {
+	tail -n +3 /proc/slabinfo | while read -r name _ objects size _; do
+		case $name in
+		kmemleak_*) continue ;;
+		esac
+		read -r reclaimable <"/sys/kernel/slab/$name/reclaim_account"
+		[ "$reclaimable" = 1 ] ||
+			echo "$((objects * size)) $name"
+	done | sort -rn | awk 'NR == 1 { most = $1 } $1 == most { print $2 }'
+}
+
+chosen() {
+	memcheck prepare slab
+	memcheck on slab
+	memcheck off slab
+	klog | sed -n 's/.*tarn_slub_track_on:[0-9]*: slub name\[\(.*\)\] ok$/\1/p' | tail -n 1
+}
+
+# The caches move a little all the time; two readings that agree stand around the choice.
+agrees() {
+	before=$(largest)
+	choice=$(chosen)
+	[ "$before" = "$(largest)" ] || return 1
+	echo "$before" | grep -q -x "$choice" || fail "chosen: $choice, largest: $before"
+}
+set_target
+await 2 agrees
+no_line get_max_slub "slub track specify target"
+
+# What the kernel can shrink does not count, be it the largest of all.
+most=$(footprint "$(largest | head -n 1)")
+echo 16G >/sys/block/zram1/disksize
+undo "echo 1 >/sys/block/zram1/reset"
+leak cache index $((most * 5 / 4 / $(slab_field radix_tree_node 4))) >taken &
+cache=$!
+await 20 grep -q taken taken
+at_least "footprint of page indexes" "$(footprint radix_tree_node)" "$most"
+await 2 agrees
+kill "$cache"
+wait "$cache" || true
+
+# Enough files make theirs the largest.
+background leak hoard file $((most * 5 / 4 / $(slab_field filp 4))) >taken
+await 20 grep -q taken taken
+equal "the largest" "$(largest)" filp
+equal "the choice" "$(chosen)" filp
+growth_told() {
+	kib=$(($(footprint filp) / 1024))
+	forget_log
+	[ "$(chosen)" = filp ] && log_has "$(adapter_line tarn_slub_track_off "$kib\+0=${kib}kB")"
+}
+await 2 growth_told
+
+# What the kernel can shrink is taken by name alone.
+for cache in radix_tree_node kmalloc-64 filp; do
+	set_target "$cache"
+	equal "the choice" "$(chosen)" "$cache"
+done
+expect_line get_max_slub "slub track specify target radix_tree_node"
+equal "radix_tree_node" "$(cat /sys/kernel/slab/radix_tree_node/reclaim_account)" 1
+
+# A name that is no cache leaves the choice to the module.
+set_target no_such_cache
+equal "the choice" "$(chosen)" filp
+
+# Once on, tracking stays with its target.
+set_target filp
+memcheck prepare slab
+memcheck on slab
+set_target radix_tree_node
+memcheck prepare slab
+memcheck on slab
+leak kept file 90 closed >/dev/null
+memcheck off slab
+memcheck read >text
+grep -q '(90/.* kept\]$' text || fail "no longer tracked: $(cat text)"

@@ -1,0 +1,60 @@
+# SPDX-License-Identifier: GPL-2.0-only
+# lane: 3
+# limit: 60 s
+# The kernel's own count of the same events: histograms of the tracepoints, keyed by stack and task,
+# against the tracker. Where tasks are told apart there is no tolerance: the programs pause often
+# enough for the drain threads to keep up, so that no event is dropped, and both count from before
+# the programs start until after they have ended.
+. /lab/scenarios/lib.sh
+
+load_all
+kmem=$tracing/events/kmem
+
+histogram() { # EVENT FILTER
+	trigger="hist:keys=common_stacktrace,common_pid.execname:size=4096 if $2"
+	echo "$trigger" >"$kmem/$1/trigger"
+	undo "echo '!$trigger' >$kmem/$1/trigger"
+}
+
+track() { # CACHE
+	set_target "$1"
+	memcheck prepare slab
+	memcheck on slab
+}
+
+# A shell that becomes a program opens files under the program's number, hence the names.
+histogram kmem_cache_alloc 'call_site.function == alloc_empty_file && comm ~ "wkr-*"'
+histogram kmem_cache_free 'name == "filp" && comm ~ "wkr-*"'
+# More than a ring holds, but where each takes a millisecond.
+files=$((LAB_DEBUG ? 5000 : 9000))
+track filp
+{
+	leak wkr-pipes pipe 500 close 250 &
+	leak wkr-files file $files closed 500 &
+	leak wkr-events eventfd 800 close 400 &
+	wait
+} >/dev/null
+memcheck off slab
+cat "$kmem"/kmem_cache_alloc/hist >alloc
+cat "$kmem"/kmem_cache_free/hist >free
+memcheck read >text
+
+hist_compare text SLUB_ALLOC alloc alloc_empty_file wkr- >result || fail "$(cat result)"
+equal "compared" "$(cat result)" "agreed on $((files + 1800)) events in 4 callers"
+# Not more than three tasks, since a readout shows no more of them for one stack.
+hist_compare text SLUB_FREE free __fput wkr- >result || fail "$(cat result)"
+equal "compared" "$(cat result)" "agreed on $((files + 1800)) events in 3 callers"
+
+# Frees in interrupts have no task, so those of the commands that switch both on and off count along:
+# a few dozen areas each.
+eval "$undo_list"
+undo_list=
+histogram kmem_cache_free 'name == "vm_area_struct"'
+track vm_area_struct
+leak areas vma 3000 close 500 >/dev/null
+sleep 0.5
+memcheck off slab
+cat "$kmem"/kmem_cache_free/hist >free
+memcheck read >text
+hist_compare text SLUB_FREE free vm_area_free_rcu_cb - 300 >result || fail "$(cat result)"
+at_least "compared" "$(sed 's/agreed on \([0-9]*\) .*/\1/' result)" 3000

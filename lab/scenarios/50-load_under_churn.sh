@@ -1,0 +1,57 @@
+# SPDX-License-Identifier: GPL-2.0-only
+# limit: 60 s
+# Loads and unloads while eight processes allocate and free as fast as they can, with tracking
+# switched on and off, read and abandoned all the time.
+. /lab/scenarios/lib.sh
+
+background churn 8 >busy
+await 10 grep -q busy busy
+
+round=0
+while [ "$round" -lt 4 ]; do
+	load_all
+	case $round in
+	0) set_target filp ;;
+	1) set_target vm_area_struct ;;
+	2) set_target kmalloc-64 ;;
+	3) set_target ;;
+	esac
+	memcheck on vmalloc
+	: >text
+	cycles=0
+	while [ "$cycles" -lt 3 ] || ! grep -q '@@@@@' text; do
+		[ "$cycles" -lt 20 ] || fail "round $round: nothing recorded"
+		memcheck prepare slab
+		memcheck on slab
+		cat /proc/vmallocinfo >/dev/null
+		memcheck off slab
+		memcheck read 4096 >>text
+		cycles=$((cycles + 1))
+	done
+	memcheck prepare slab
+	memcheck on slab
+	# Every second time the adapter goes while it records, else with what it has recorded.
+	[ $((round % 2)) -eq 0 ] || memcheck off slab
+	unload_all || fail "round $round: does not unload"
+	round=$((round + 1))
+done
+
+# Switched by several at once.
+load_all
+set_target filp
+for _ in 1 2 3 4; do
+	(
+		for _ in 1 2 3 4 5; do
+			memcheck prepare slab
+			memcheck on slab
+			memcheck read 65536 >/dev/null
+			memcheck off slab
+		done
+	) &
+	switchers="${switchers:-} $!"
+done
+for switcher in $switchers; do
+	wait "$switcher" || fail "a switch has failed"
+done
+equal "tracking at the end" "$(cat "$parameters"/slub_track_flag)" 0
+equal "drain threads" "$(cat /proc/[0-9]*/comm 2>/dev/null | grep -c '^slub-')" 2
