@@ -43,8 +43,9 @@ arguments="console=ttyAMA0 rdinit=/init panic=-1 loglevel=7 printk.devkmsg=on zr
 if [ "$debug" = 1 ]; then
 	memory=1280
 	slow=8
-	run_limit=1800
-	arguments+=" kmemleak=on lab_debug=1"
+	run_limit=2700
+	# What stands still for long, and not what a busy host keeps waiting.
+	arguments+=" kmemleak=on lab_debug=1 rcupdate.rcu_cpu_stall_timeout=120 watchdog_thresh=60"
 fi
 
 mkdir -p "$out"
