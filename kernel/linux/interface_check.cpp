@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // What the interface says of the kernel in C++, held against what the kernel says of itself.
 #include <kernel/atomic.h>
+#include <kernel/cma.h>
 #include <kernel/err.h>
 #include <kernel/gfp.h>
+#include <kernel/mm.h>
 #include <kernel/netlink.h>
 #include <kernel/notifier.h>
 #include <kernel/rbtree.h>
@@ -13,6 +15,7 @@ static_assert(KERNEL_PAGE_SHIFT == NATIVE_PAGE_SHIFT, "the module is for pages o
 
 static_assert(__GFP_MOVABLE == NATIVE_GFP_MOVABLE);
 static_assert(GFP_ATOMIC == NATIVE_GFP_ATOMIC);
+static_assert(GFP_NOWAIT == NATIVE_GFP_NOWAIT);
 static_assert(GFP_KERNEL == NATIVE_GFP_KERNEL);
 static_assert(__GFP_ZERO == NATIVE_GFP_ZERO);
 static_assert(__GFP_KSWAPD_RECLAIM == NATIVE_GFP_KSWAPD_RECLAIM);
@@ -24,6 +27,9 @@ static_assert(TASK_NORMAL == NATIVE_TASK_NORMAL);
 static_assert(MSG_DONTWAIT == NATIVE_MSG_DONTWAIT);
 static_assert(NLMSG_HDRLEN == NATIVE_NLMSG_HDRLEN);
 static_assert(sizeof(nlmsghdr) == NATIVE_SIZEOF_NLMSGHDR);
+
+static_assert(CMA_MAX_NAME == NATIVE_CMA_MAX_NAME);
+static_assert(FOLL_PIN == NATIVE_FOLL_PIN);
 
 static_assert(MAX_ERRNO == NATIVE_MAX_ERRNO);
 

@@ -10,6 +10,7 @@
 
 #include "mem_adapter.h"
 #include "module_list.h"
+#include "param_charp_rcu.h"
 #include "symbols.h"
 
 MODULE_LICENSE(TARN_MODULE_LICENSE);
@@ -21,9 +22,14 @@ MODULE_IMPORT_NS(TARN_MODULE_IMPORT_NS);
 #define DECLARE_int(variable) extern int variable
 #define DECLARE_uint(variable) extern unsigned int variable
 #define DECLARE_charp(variable) extern char *variable
+#define DECLARE_charp_rcu(variable) extern char *variable
+#define PARAM_int(name, variable, mode) module_param_named(name, variable, int, mode)
+#define PARAM_uint(name, variable, mode) module_param_named(name, variable, uint, mode)
+#define PARAM_charp(name, variable, mode) module_param_named(name, variable, charp, mode)
+#define PARAM_charp_rcu(name, variable, mode) module_param_charp_rcu(name, variable, mode)
 #define PARAM(name, variable, type, mode)                                                          \
 	DECLARE_##type(variable);                                                                  \
-	module_param_named(name, variable, type, mode);
+	PARAM_##type(name, variable, mode);
 TARN_MODULE_PARAMS(PARAM)
 
 #define EXPORT(function) EXPORT_SYMBOL(function);

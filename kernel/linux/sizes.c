@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Never linked: compiled to assembly, out of which the build reads the sizes and constants of this
 // kernel for <kernel_build/sizes.h>.
+#include <linux/cma.h>
 #include <linux/err.h>
+#include <linux/fs.h>
 #include <linux/kbuild.h>
 #include <linux/kobject.h>
+#include <linux/kprobes.h>
 #include <linux/mm.h>
 #include <linux/mutex.h>
 #include <linux/netlink.h>
@@ -20,6 +23,7 @@
 #include <linux/vmstat.h>
 #include <linux/wait.h>
 #include <linux/workqueue.h>
+#include <mm/internal.h>
 #include <mm/slab.h>
 
 #include "sysfs.h"
@@ -54,12 +58,16 @@ void kernel_sizes(void)
 	SIZE(KERNEL_SIZEOF_ATTRIBUTE_GROUP, struct listed_group);
 	SIZE(KERNEL_SIZEOF_TIMER_LIST, struct timer_list);
 	SIZE(KERNEL_SIZEOF_WORK_STRUCT, struct work_struct);
+	SIZE(KERNEL_SIZEOF_FILE_OPERATIONS, struct file_operations);
+	SIZE(KERNEL_SIZEOF_KPROBE, struct kprobe);
 
 	DEFINE(KERNEL_GROUP_ATTRIBUTES, KERNEL_GROUP_ATTRIBUTES);
 	DEFINE(KERNEL_SLAB_RECLAIM_ACCOUNT, SLAB_RECLAIM_ACCOUNT);
 	DEFINE(KERNEL_SLAB_SPARE_FLAG, SPARE_SLAB_FLAG);
 
 	DEFINE(KERNEL_MAX_NR_ZONES, MAX_NR_ZONES);
+	DEFINE(KERNEL_MAX_PAGE_ORDER, NR_PAGE_ORDERS - 1);
+	DEFINE(KERNEL_MIGRATE_CMA, MIGRATE_CMA);
 	DEFINE(KERNEL_NR_FREE_PAGES, NR_FREE_PAGES);
 	DEFINE(KERNEL_NR_INACTIVE_ANON, NR_INACTIVE_ANON);
 	DEFINE(KERNEL_NR_ACTIVE_ANON, NR_ACTIVE_ANON);
@@ -73,6 +81,7 @@ void kernel_sizes(void)
 	DEFINE(NATIVE_PAGE_SHIFT, PAGE_SHIFT);
 	DEFINE(NATIVE_GFP_MOVABLE, __GFP_MOVABLE);
 	DEFINE(NATIVE_GFP_ATOMIC, GFP_ATOMIC);
+	DEFINE(NATIVE_GFP_NOWAIT, GFP_NOWAIT);
 	DEFINE(NATIVE_GFP_KERNEL, GFP_KERNEL);
 	DEFINE(NATIVE_GFP_ZERO, __GFP_ZERO);
 	DEFINE(NATIVE_GFP_KSWAPD_RECLAIM, __GFP_KSWAPD_RECLAIM);
@@ -82,6 +91,8 @@ void kernel_sizes(void)
 	DEFINE(NATIVE_MSG_DONTWAIT, MSG_DONTWAIT);
 	DEFINE(NATIVE_NLMSG_HDRLEN, NLMSG_HDRLEN);
 	DEFINE(NATIVE_MAX_ERRNO, MAX_ERRNO);
+	DEFINE(NATIVE_CMA_MAX_NAME, CMA_MAX_NAME);
+	DEFINE(NATIVE_FOLL_PIN, FOLL_PIN);
 	DEFINE(NATIVE_SIZEOF_SLABINFO, sizeof(struct slabinfo));
 	DEFINE(NATIVE_SLABINFO_NUM_OBJS, offsetof(struct slabinfo, num_objs));
 	DEFINE(NATIVE_SIZEOF_NOTIFIER_BLOCK, sizeof(struct notifier_block));

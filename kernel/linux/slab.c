@@ -23,6 +23,11 @@ void *helper_kmem_cache_alloc(struct kmem_cache *cache, gfp_t gfp)
 	return kmem_cache_alloc(cache, gfp);
 }
 
+void *helper_kzalloc(size_t size, gfp_t gfp)
+{
+	return kzalloc(size, gfp);
+}
+
 struct kmem_cache *helper_kmem_cache_of(struct list_head *entry)
 {
 	return list_entry(entry, struct kmem_cache, list);

@@ -37,4 +37,8 @@ void find_kernel_symbols(void)
 	kernel_symbols.si_swapinfo = find(lookup, "si_swapinfo", "swap counts as absent");
 	kernel_symbols.vmalloc_nr_pages =
 		find(lookup, "vmalloc_nr_pages", "no vmalloc leak is detected");
+	kernel_symbols.cma_for_each_area =
+		find(lookup, "cma_for_each_area", "no CMA area is reported on");
+	kernel_symbols.get_pfnblock_flags_mask =
+		find(lookup, "get_pfnblock_flags_mask", "no pin of a CMA page is reported");
 }

@@ -2,7 +2,11 @@
 /* Functions of the kernel that it does not export; null where it has none. */
 #pragma once
 
+#include <linux/types.h>
+
+struct cma;
 struct kmem_cache;
+struct page;
 struct slabinfo;
 struct sysinfo;
 
@@ -10,6 +14,9 @@ struct kernel_symbols {
 	void (*get_slabinfo)(struct kmem_cache *cache, struct slabinfo *info);
 	void (*si_swapinfo)(struct sysinfo *info);
 	unsigned long (*vmalloc_nr_pages)(void);
+	int (*cma_for_each_area)(int (*it)(struct cma *area, void *data), void *data);
+	unsigned long (*get_pfnblock_flags_mask)(const struct page *page, unsigned long pfn,
+						 unsigned long mask);
 };
 
 extern struct kernel_symbols kernel_symbols;

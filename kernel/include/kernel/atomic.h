@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 /*
- * Relaxed single-word operations. None of them orders anything; where order matters the module
- * takes a lock.
+ * Single-word operations, relaxed unless they say otherwise: they order nothing. Where order
+ * matters the module takes a lock.
  */
 #pragma once
 
@@ -28,6 +28,13 @@ static inline void atomic_inc(atomic_t *v)
 static inline int atomic_fetch_inc(atomic_t *v)
 {
 	return __atomic_fetch_add(&v->counter, 1, __ATOMIC_RELAXED);
+}
+
+/* The full order is for the caller that took the last reference: what others did with the object
+ * before they dropped theirs comes before what it does now. */
+static inline bool atomic_dec_and_test(atomic_t *v)
+{
+	return __atomic_sub_fetch(&v->counter, 1, __ATOMIC_SEQ_CST) == 0;
 }
 
 static inline long atomic_long_read(const atomic_long_t *v)

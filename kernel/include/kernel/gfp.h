@@ -11,6 +11,8 @@
 #define __GFP_ZERO ((gfp_t)0x100u)
 #define __GFP_DIRECT_RECLAIM ((gfp_t)0x400u)
 #define __GFP_KSWAPD_RECLAIM ((gfp_t)0x800u)
+#define __GFP_NOWARN ((gfp_t)0x2000u)
+#define GFP_NOWAIT (__GFP_KSWAPD_RECLAIM | __GFP_NOWARN)
 #define GFP_ATOMIC (__GFP_HIGH | __GFP_KSWAPD_RECLAIM)
 #define GFP_KERNEL (__GFP_DIRECT_RECLAIM | __GFP_KSWAPD_RECLAIM | __GFP_IO | __GFP_FS)
 #endif

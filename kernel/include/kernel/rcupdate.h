@@ -9,6 +9,9 @@ KERNEL_C_BEGIN
 /* Waits until every read section that had begun has ended. Context: process, may sleep. */
 void synchronize_rcu(void);
 
+/* Reads a pointer whose target is replaced under RCU, in a read section. */
+#define rcu_dereference(p) __atomic_load_n(&(p), __ATOMIC_CONSUME)
+
 KERNEL_C_END
 #endif
 

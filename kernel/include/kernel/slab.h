@@ -33,6 +33,8 @@ void get_slabinfo(struct kmem_cache *cache, struct slabinfo *info);
 /* Null is ignored. The cache must hold no object. Context: process, may sleep. */
 void kmem_cache_destroy(struct kmem_cache *cache);
 void kmem_cache_free(struct kmem_cache *cache, void *object);
+/* Null is ignored. Context: any. */
+void kfree(const void *object);
 
 KERNEL_C_END
 #endif
@@ -44,6 +46,8 @@ struct kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size,
 					    unsigned int flags, void (*ctor)(void *object));
 /* Returns null on failure. Sleeps only where gfp allows it. */
 void *helper_kmem_cache_alloc(struct kmem_cache *cache, gfp_t gfp);
+/* Zero-filled, for kfree; null on failure. Sleeps only where gfp allows it. */
+void *helper_kzalloc(size_t size, gfp_t gfp);
 /* The cache of an entry of the kernel's list of caches. */
 struct kmem_cache *helper_kmem_cache_of(struct list_head *entry);
 const char *helper_kmem_cache_name(const struct kmem_cache *cache);

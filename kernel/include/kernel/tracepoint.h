@@ -19,6 +19,8 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
+/* The tracepoint of a name in the kernel proper; null where it has none. Context: process. */
+struct tracepoint *helper_find_tracepoint(const char *name);
 /* Waits until no probe that was unregistered runs any more. Context: process, may sleep. */
 void helper_tracepoint_synchronize_unregister(void);
 

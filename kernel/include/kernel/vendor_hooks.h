@@ -14,7 +14,9 @@
 	X(android_vh_show_stack_hash)                                                              \
 	X(android_vh_vmscan_kswapd_done)                                                           \
 	X(android_vh_alloc_pages_slowpath)                                                         \
-	X(android_vh_mm_direct_reclaim_enter)
+	X(android_vh_mm_direct_reclaim_enter)                                                      \
+	X(android_vh_madvise_cold_or_pageout_abort)                                                \
+	X(android_vh_compact_finished)
 
 KERNEL_C_BEGIN
 

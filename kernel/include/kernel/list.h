@@ -1,0 +1,37 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_C_BEGIN
+
+/* An empty circular list, or a node that is in none. */
+static inline void INIT_LIST_HEAD(struct list_head *list)
+{
+	list->next = list;
+	list->prev = list;
+}
+
+/* Puts a node behind head: at the front of the list. */
+static inline void list_add(struct list_head *node, struct list_head *head)
+{
+	node->next = head->next;
+	node->prev = head;
+	head->next->prev = node;
+	head->next = node;
+}
+
+/* Takes a node out of its list; the node's own links are left as they were. */
+static inline void list_del(struct list_head *node)
+{
+	node->next->prev = node->prev;
+	node->prev->next = node->next;
+}
+
+/* Stable merge sort. A positive result of cmp puts a behind b. */
+void list_sort(void *priv, struct list_head *head,
+	       int (*cmp)(void *priv, const struct list_head *a, const struct list_head *b));
+
+KERNEL_C_END
+#endif
