@@ -1,10 +1,244 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// CMA allocation tracking. Nothing is attached yet.
-#include "subsystems.h"
+// What is allocated from the CMA areas, and by whom: two probes on the kernel's tracepoints keep
+// one record a range, and warn once when the target area fills up.
+#include "cma_track.h"
 
-int cma_track_init(void)
+#include <kernel/bitmap.h>
+#include <kernel/gfp.h>
+#include <kernel/rcupdate.h>
+#include <kernel/slab.h>
+#include <kernel/string.h>
+#include <kernel/tracepoint.h>
+
+#include "log.h"
+#include "subsystems.h"
+#include "vendor_hook.h"
+
+constinit raw_spinlock_t cma_lock = {};
+constinit struct list_head cmainfolist = {&cmainfolist, &cmainfolist};
+
+constinit int cma_show_backtrace = 0;
+constinit int cma_warn_limit_permillage = 850;
+constinit char cma_default_target[] = "linux,cma";
+constinit char *cma_target = cma_default_target;
+
+constinit struct cma *cma_regions[max_cma_regions] = {};
+constinit int cma_region_count = 0;
+
+namespace
 {
+
+constexpr unsigned int stack_depth = 11;
+// The capture itself, the probe, and the function that fired the tracepoint: a kernel calls the
+// only probe of a tracepoint directly.
+constexpr unsigned int own_frames = 3;
+
+constinit lock_class_key cma_lock_key = {};
+// A depot that could not be set up must not be saved to.
+constinit bool depot_ready = false;
+constinit vendor_hook alloc_hook;
+constinit vendor_hook release_hook;
+
+// The area that cma_target named at the last check; cma_region_count for none. Both without a lock,
+// as the parameters: two checks at one moment may warn twice.
+constinit int cma_target_index = 0;
+constinit bool print_it = false;
+
+int get_cma_regions(struct cma *area, void *)
+{
+	if (cma_region_count == max_cma_regions) {
+		MEM_ERR("%s is left out, the table has %d areas\n", helper_cma_name(area),
+			max_cma_regions);
+		return 0;
+	}
+
+	const rcu_read_guard rcu;
+	const char *target = rcu_dereference(cma_target);
+
+	if (target && strcmp(helper_cma_name(area), target) == 0)
+		cma_target_index = cma_region_count;
+	cma_regions[cma_region_count++] = area;
 	return 0;
 }
 
-void cma_track_exit(void) {}
+// A frame of its own, whatever the compiler thinks of it: own_frames counts it.
+[[gnu::noinline]] depot_stack_handle_t get_track_stack_handle()
+{
+	unsigned long entries[stack_depth];
+	const unsigned int count = stack_trace_save(entries, stack_depth, own_frames);
+
+	if (READ_ONCE(cma_show_backtrace)) {
+		for (unsigned int i = 0; i < count; i++)
+			MEM_INFO("        %pS", reinterpret_cast<void *>(entries[i]));
+	}
+	return depot_ready ? stack_depot_save(entries, count, GFP_NOWAIT) : 0;
+}
+
+[[gnu::always_inline]] inline void add_cma_stackinfo(const char *name, unsigned long pfn,
+						     unsigned long count)
+{
+	auto *info =
+		static_cast<cma_stackinfo *>(helper_kzalloc(sizeof(cma_stackinfo), GFP_NOWAIT));
+
+	if (info) {
+		memcpy(info->name, name, CMA_MAX_NAME);
+		info->start_pfn = pfn;
+		info->end_pfn = pfn + count - 1;
+		info->handle = get_track_stack_handle();
+		atomic_set(&info->ref, 1);
+
+		const irqsave_guard guard(cma_lock);
+
+		list_add(&info->node, &cmainfolist);
+	}
+	if (READ_ONCE(cma_show_backtrace))
+		MEM_INFO("%s [%lu-%lu] add", name, pfn, pfn + count - 1);
+}
+
+void cma_show_when_exceed(const char *target)
+{
+	int index = READ_ONCE(cma_target_index);
+
+	if (index < cma_region_count && strcmp(helper_cma_name(cma_regions[index]), target) == 0) {
+		if (READ_ONCE(print_it))
+			return;
+	} else {
+		WRITE_ONCE(print_it, false);
+		index = find_cma_region(target);
+		WRITE_ONCE(cma_target_index, index);
+		if (index == cma_region_count)
+			return;
+	}
+
+	const struct cma *area = cma_regions[index];
+	const u64 bits = helper_cma_count(area) >> helper_cma_order_per_bit(area);
+	const int permillage = READ_ONCE(cma_warn_limit_permillage);
+
+	if (cma_used_bits(area) <= (bits >> 10) * static_cast<u64>(s64{permillage}))
+		return;
+	MEM_INFO("cma warn %s has been used exceed %d/1024", target, permillage);
+	show_stackinfos_ratelimit(target, 0, 0);
+	WRITE_ONCE(print_it, true);
+}
+
+// The first record that a released range belongs to, or null.
+struct cma_stackinfo *find_released(const char *name, unsigned long start, unsigned long end)
+	REQUIRES(cma_lock)
+{
+	for (struct list_head *at = cmainfolist.next; at != &cmainfolist; at = at->next) {
+		struct cma_stackinfo *info = cma_stackinfo_of(at);
+		const bool same_edge = info->start_pfn == start || info->end_pfn == end;
+		const bool overlaps = info->start_pfn <= end && info->end_pfn >= start;
+
+		// Frames first: they tell most records apart at the least cost.
+		if ((!same_edge && !overlaps) || info->released ||
+		    strncmp(info->name, name, CMA_MAX_NAME) != 0)
+			continue;
+		if (!same_edge && READ_ONCE(cma_show_backtrace))
+			MEM_LOG(KERN_INFO, "__check_and_del",
+				"[%lu-%lu] overlaps existed [%lu, %lu]", start, end,
+				info->start_pfn, info->end_pfn);
+		return info;
+	}
+	return nullptr;
+}
+
+void free_records()
+{
+	const irqsave_guard guard(cma_lock);
+
+	while (cmainfolist.next != &cmainfolist)
+		put_cma_stackinfo(cma_stackinfo_of(cmainfolist.next));
+}
+
+} // namespace
+
+int find_cma_region(const char *name)
+{
+	for (int i = 0; i < cma_region_count; i++) {
+		if (strcmp(helper_cma_name(cma_regions[i]), name) == 0)
+			return i;
+	}
+	return cma_region_count;
+}
+
+unsigned int cma_used_bits(const struct cma *area)
+{
+	return __bitmap_weight(helper_cma_bitmap(area),
+			       helper_cma_count(area) >> helper_cma_order_per_bit(area));
+}
+
+void put_cma_stackinfo(struct cma_stackinfo *info)
+{
+	if (!atomic_dec_and_test(&info->ref))
+		return;
+	list_del(&info->node);
+	kfree(info);
+}
+
+void vh_cma_alloc(void *, const char *name, unsigned long pfn, const struct page *,
+		  unsigned long count, unsigned int, int errorno)
+{
+	if (!name)
+		return;
+	if (errorno) {
+		MEM_INFO("detect cma_alloc fail, ret=%d", errorno);
+		show_stackinfos_ratelimit(name, pfn, count);
+		return;
+	}
+	add_cma_stackinfo(name, pfn, count);
+
+	const char *target = rcu_dereference(cma_target);
+
+	if (target && strcmp(name, target) == 0)
+		cma_show_when_exceed(target);
+}
+
+void vh_cma_release(void *, const char *name, unsigned long pfn, const struct page *,
+		    unsigned long count)
+{
+	const unsigned long end = pfn + count - 1;
+
+	if (!name)
+		return;
+
+	const irqsave_guard guard(cma_lock);
+
+	if (READ_ONCE(cma_show_backtrace)) {
+		get_track_stack_handle();
+		MEM_LOG(KERN_INFO, "__check_and_del", "%s [%lu-%lu] del", name, pfn, end);
+	}
+
+	struct cma_stackinfo *info = find_released(name, pfn, end);
+
+	if (info) {
+		info->released = true;
+		put_cma_stackinfo(info);
+	}
+}
+
+int cma_track_init(void)
+{
+	helper_raw_spin_lock_init(&cma_lock, "cma_lock", &cma_lock_key);
+	cma_report_init();
+	depot_ready = stack_depot_init() == 0;
+	if (!depot_ready)
+		MEM_ERR("stack_depot_init failed!\n");
+	cma_for_each_area(get_cma_regions, nullptr);
+
+	int ret = alloc_hook.attach(helper_find_tracepoint("cma_alloc_finish"), vh_cma_alloc);
+
+	ret |= release_hook.attach(helper_find_tracepoint("cma_release"), vh_cma_release);
+	cma_report_create_files();
+	return ret;
+}
+
+void cma_track_exit(void)
+{
+	cma_report_remove_files();
+	release_hook.detach();
+	alloc_hook.detach();
+	// The last probes may still add to the list.
+	helper_tracepoint_synchronize_unregister();
+	free_records();
+}
