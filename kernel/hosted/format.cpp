@@ -62,7 +62,7 @@ void print_pointer(std::string &out, const char *&fmt, const std::string &fields
 	if (*fmt == 'S') {
 		fmt++;
 		print(out, fields + 's', symbol_text(address).c_str());
-	} else if (*fmt == 'x') {
+	} else if (*fmt == 'x' || *fmt == 'K') {
 		fmt++;
 		print(out, "%016lx", address);
 	} else {

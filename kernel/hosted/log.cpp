@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <atomic>
 #include <deque>
 #include <hosted/log.h>
 #include <iterator>
@@ -24,15 +25,34 @@ kernel_log &the_log()
 	return one;
 }
 
+constinit std::atomic<const log_watch *> watch{nullptr};
+
 } // namespace
 
 void add_log_record(log_record record)
 {
-	kernel_log &log = the_log();
-	const std::lock_guard guard(log.lock);
-	log.records.push_back(std::move(record));
-	if (log.records.size() > max_records)
-		log.records.pop_front();
+	const log_watch *watcher = watch.load(std::memory_order_acquire);
+	const std::string text = watcher ? record.text : std::string();
+	{
+		kernel_log &log = the_log();
+		const std::lock_guard guard(log.lock);
+		log.records.push_back(std::move(record));
+		if (log.records.size() > max_records)
+			log.records.pop_front();
+	}
+	if (watcher)
+		watcher->function_(text);
+}
+
+log_watch::log_watch(std::function<void(const std::string &text)> function)
+	: function_(std::move(function))
+{
+	watch.store(this, std::memory_order_release);
+}
+
+log_watch::~log_watch()
+{
+	watch.store(nullptr, std::memory_order_release);
 }
 
 std::vector<log_record> take_log()

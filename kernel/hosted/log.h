@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,21 @@ void add_log_record(log_record record);
 
 // The records since the last call, and removes them. Thread safe.
 std::vector<log_record> take_log();
+
+// Calls a function after each record while it lives, on the thread that logs and in its context.
+// One at a time.
+class log_watch
+{
+public:
+	explicit log_watch(std::function<void(const std::string &text)> function);
+	~log_watch();
+	log_watch(const log_watch &) = delete;
+	log_watch &operator=(const log_watch &) = delete;
+
+private:
+	std::function<void(const std::string &text)> function_;
+	friend void add_log_record(log_record record);
+};
 
 // The kernel's formatting: printf's without floating point and %n; %pS prints a symbol, %px bare
 // hexadecimal. Thread safe.

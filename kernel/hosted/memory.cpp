@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <hosted/memory.h>
 
+#include <hosted/cma.h>
+#include <hosted/kprobes.h>
+#include <hosted/page_frames.h>
 #include <hosted/slab.h>
 #include <hosted/stackdepot.h>
 #include <hosted/tracepoint.h>
@@ -10,6 +13,9 @@
 void hosted::reset_memory()
 {
 	reset_tracepoints();
+	reset_kprobes();
+	reset_cma();
+	reset_frames();
 	reset_slab();
 	reset_stackdepot();
 	reset_vmalloc();

@@ -16,9 +16,15 @@ struct module {
 namespace hosted
 {
 
+// A string that is read without the parameter lock, in an RCU read section: it outlives its
+// replacement by a grace period.
+struct rcu_string {
+	char **variable;
+};
+
 struct module_param {
 	const char *name;
-	std::variant<int *, unsigned int *, char **> variable;
+	std::variant<int *, unsigned int *, char **, rcu_string> variable;
 	umode_t mode; // 0: no file
 };
 

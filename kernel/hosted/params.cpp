@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include <kernel/printk.h>
+#include <kernel/rcupdate.h>
 
 namespace hosted
 {
@@ -135,7 +136,9 @@ int module_params::set(const module_param &param, const char *text)
 {
 	const param_lock_guard guard(image_.self);
 	if (auto *const *string = std::get_if<char **>(&param.variable))
-		return set_string(*string, text);
+		return set_string(*string, text, false);
+	if (auto *const string = std::get_if<rcu_string>(&param.variable))
+		return set_string(string->variable, text, true);
 	if (auto *const *number = std::get_if<int *>(&param.variable)) {
 		int value = 0;
 		const int error = parse_integer(text, value);
@@ -150,26 +153,35 @@ int module_params::set(const module_param &param, const char *text)
 	return error;
 }
 
-int module_params::set_string(char **variable, const char *text)
+int module_params::set_string(char **variable, const char *text, bool read_unlocked)
 {
 	if (std::strlen(text) > max_string)
 		return -ENOSPC;
 	char *old = *variable;
-	*variable = ::strdup(text);
-	strings_.insert(*variable);
+	char *const copy = ::strdup(text);
+	strings_.insert(copy);
+	__atomic_store_n(variable, copy, __ATOMIC_RELEASE);
 	// The string that the module was built with is not on the heap.
-	if (strings_.erase(old) != 0)
-		std::free(old);
+	if (strings_.erase(old) == 0)
+		return 0;
+	if (read_unlocked)
+		synchronize_rcu();
+	std::free(old);
 	return 0;
 }
 
 long module_params::show(const module_param &param, char *page)
 {
 	const param_lock_guard guard(image_.self);
-	if (auto *const *string = std::get_if<char **>(&param.variable))
+	const auto show_string = [&](const char *text) {
 		return std::min<long>(
-			std::snprintf(page, page_size, "%s\n", **string ? **string : "(null)"),
+			std::snprintf(page, page_size, "%s\n", text ? text : "(null)"),
 			page_size - 1);
+	};
+	if (auto *const *string = std::get_if<char **>(&param.variable))
+		return show_string(**string);
+	if (auto *const string = std::get_if<rcu_string>(&param.variable))
+		return show_string(*string->variable);
 	if (auto *const *number = std::get_if<int *>(&param.variable))
 		return std::snprintf(page, page_size, "%d\n", READ_ONCE(**number));
 	return std::snprintf(page, page_size, "%u\n",

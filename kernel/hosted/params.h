@@ -30,7 +30,7 @@ public:
 
 private:
 	int set(const module_param &param, const char *text);
-	int set_string(char **variable, const char *text);
+	int set_string(char **variable, const char *text, bool read_unlocked);
 	long show(const module_param &param, char *page);
 
 	const module_image &image_;

@@ -174,6 +174,14 @@ void release(kmem_cache &cache, void *object)
 	put(cache, at);
 }
 
+void release_kmalloced(void *object)
+{
+	const slab *s = slab_at(object);
+	if (!s)
+		judge_stop("slab", fmt::format("kfree of {}: not a slab object", object));
+	release(*s->cache, object);
+}
+
 unsigned long footprint(kmem_cache &cache)
 {
 	const std::lock_guard guard(cache.lock);

@@ -23,6 +23,8 @@ void release(kmem_cache &cache, void *object);
 // The same as the bulk calls do it: no hook fires.
 void *allocate_quietly(kmem_cache &cache, gfp_t gfp);
 void release_quietly(kmem_cache &cache, void *object);
+// The same as release, for an object that tells its cache itself.
+void release_kmalloced(void *object);
 
 // Bytes of the cache's slabs that are object slots.
 unsigned long footprint(kmem_cache &cache);
@@ -31,8 +33,8 @@ unsigned long footprint(kmem_cache &cache);
 list_head *slab_caches();
 mutex &slab_mutex();
 
-// Drops the caches that add_cache made, objects and all. Stops the program if the module's are
-// left. Process context.
+// Drops the caches that add_cache made, objects and all, and makes those that a kernel boots with.
+// Stops the program if the module's are left. Process context.
 void reset_slab();
 
 } // namespace hosted

@@ -13,6 +13,7 @@
 #include <hosted/context.h>
 #include <hosted/fault.h>
 #include <hosted/judge.h>
+#include <hosted/kmalloc.h>
 #include <hosted/leftovers.h>
 #include <hosted/slab_cache.h>
 #include <hosted/slab_pages.h>
@@ -151,13 +152,17 @@ kmem_cache *find_cache(std::string_view name)
 
 void reset_slab()
 {
-	const mutex_guard guard(slab_mutex());
-	for (kmem_cache *cache : caches()) {
-		if (cache->of_module)
-			judge_stop("slab", fmt::format("cache {} is left at the kernel's reset",
+	{
+		const mutex_guard guard(slab_mutex());
+		for (kmem_cache *cache : caches()) {
+			if (cache->of_module)
+				judge_stop("slab",
+					   fmt::format("cache {} is left at the kernel's reset",
 						       cache->name));
-		destroy(cache);
+			destroy(cache);
+		}
 	}
+	make_kmalloc_caches();
 }
 
 } // namespace hosted
@@ -177,7 +182,7 @@ kmem_cache::kmem_cache(std::string_view cache_name, unsigned object_size, unsign
 }
 
 kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
-			      unsigned int flags, void (*ctor)(void *object))
+				     unsigned int flags, void (*ctor)(void *object))
 {
 	might_sleep("kmem_cache_create");
 	if (ctor)

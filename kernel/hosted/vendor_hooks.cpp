@@ -15,6 +15,9 @@ constinit tracepoint __tracepoint_android_vh_alloc_pages_slowpath{"android_vh_al
 								  1};
 constinit tracepoint __tracepoint_android_vh_mm_direct_reclaim_enter{
 	"android_vh_mm_direct_reclaim_enter", 1};
+constinit tracepoint __tracepoint_android_vh_madvise_cold_or_pageout_abort{
+	"android_vh_madvise_cold_or_pageout_abort", 1};
+constinit tracepoint __tracepoint_android_vh_compact_finished{"android_vh_compact_finished", 1};
 
 #define DEFINE_HELPER(hook) constinit tracepoint *const helper_##hook = &__tracepoint_##hook;
 KERNEL_VENDOR_HOOKS(DEFINE_HELPER)

@@ -9,6 +9,7 @@
 struct kmem_cache;
 struct page;
 struct seq_file;
+struct vm_area_struct;
 struct vm_struct;
 
 #define DECLARE_TRACEPOINT(hook) extern tracepoint __tracepoint_##hook;
@@ -65,4 +66,14 @@ inline void trace_android_vh_alloc_pages_slowpath(gfp_t gfp_mask, unsigned int o
 inline void trace_android_vh_mm_direct_reclaim_enter(unsigned int order)
 {
 	hosted::fire(__tracepoint_android_vh_mm_direct_reclaim_enter, order);
+}
+
+inline void trace_android_vh_madvise_cold_or_pageout_abort(vm_area_struct *vma, bool *abort)
+{
+	hosted::fire(__tracepoint_android_vh_madvise_cold_or_pageout_abort, vma, abort);
+}
+
+inline void trace_android_vh_compact_finished(bool *abort)
+{
+	hosted::fire(__tracepoint_android_vh_compact_finished, abort);
 }

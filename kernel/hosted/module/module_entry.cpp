@@ -12,6 +12,7 @@ struct module __this_module;
 #define DECLARE_int(variable) extern int variable;
 #define DECLARE_uint(variable) extern unsigned int variable;
 #define DECLARE_charp(variable) extern char *variable;
+#define DECLARE_charp_rcu(variable) extern char *variable;
 // NOLINTEND(bugprone-macro-parentheses)
 #define DECLARE(name, variable, type, mode) DECLARE_##type(variable)
 TARN_MODULE_PARAMS(DECLARE)
@@ -19,7 +20,15 @@ TARN_MODULE_PARAMS(DECLARE)
 namespace
 {
 
-#define PARAM(name, variable, type, mode) {#name, &(variable), mode},
+#define VARIABLE_int(variable) &(variable)
+#define VARIABLE_uint(variable) &(variable)
+#define VARIABLE_charp(variable) &(variable)
+#define VARIABLE_charp_rcu(variable)                                                               \
+	hosted::rcu_string                                                                         \
+	{                                                                                          \
+		&(variable)                                                                        \
+	}
+#define PARAM(name, variable, type, mode) {#name, VARIABLE_##type(variable), mode},
 constexpr hosted::module_param params[] = {TARN_MODULE_PARAMS(PARAM)};
 
 #define EXPORT(function) {#function, reinterpret_cast<void *>(&(function)), false},

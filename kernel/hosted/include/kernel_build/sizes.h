@@ -13,11 +13,16 @@
 #define KERNEL_SIZEOF_ATTRIBUTE_GROUP 80
 #define KERNEL_SIZEOF_TIMER_LIST 64
 #define KERNEL_SIZEOF_WORK_STRUCT 32
+#define KERNEL_SIZEOF_FILE_OPERATIONS 8
+#define KERNEL_SIZEOF_KPROBE 48
 
 #define KERNEL_GROUP_ATTRIBUTES 8
 
 #define KERNEL_SLAB_RECLAIM_ACCOUNT 0x20000u
 #define KERNEL_SLAB_SPARE_FLAG 0x1u
+
+#define KERNEL_MAX_PAGE_ORDER 10
+#define KERNEL_MIGRATE_CMA 3
 
 /* Zones of the node, and the items of the statistics as the 6.6 generation numbers them. */
 #define KERNEL_MAX_NR_ZONES 5

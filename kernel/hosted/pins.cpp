@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#include <hosted/pins.h>
+
+#include <hosted/kprobes.h>
+
+namespace hosted
+{
+namespace
+{
+
+// A pin counts as so many references, so that the count tells of it.
+constexpr int pin_references = 1024;
+
+// What a function that takes a 32-bit argument finds above it in the register.
+constexpr unsigned long stale_half = 0x5a5a'5a5aUL << 32;
+
+unsigned long argument(const page &page)
+{
+	return reinterpret_cast<unsigned long>(&page);
+}
+
+unsigned long argument(unsigned value)
+{
+	return stale_half | value;
+}
+
+page &grab(page &page, int refs, unsigned flags)
+{
+	struct page &head = folio_head(page);
+	head.refcount.fetch_add(flags & FOLL_PIN ? refs * pin_references : refs,
+				std::memory_order_relaxed);
+	return head;
+}
+
+} // namespace
+
+void folio_add_pin(page &folio)
+{
+	enter(probed::folio_add_pin, {argument(folio)});
+	grab(folio, 1, FOLL_PIN);
+}
+
+int try_grab_page(page &page, unsigned flags)
+{
+	enter(probed::try_grab_page, {argument(page), argument(flags)});
+	grab(page, 1, flags);
+	return 0;
+}
+
+page *try_grab_folio(page &page, int refs, unsigned flags)
+{
+	enter(probed::try_grab_folio,
+	      {argument(page), argument(static_cast<unsigned>(refs)), argument(flags)});
+	return &grab(page, refs, flags);
+}
+
+void unpin(page &page)
+{
+	grab(page, -1, FOLL_PIN);
+}
+
+bool is_pinned(page &page)
+{
+	return folio_head(page).refcount.load(std::memory_order_relaxed) >= pin_references;
+}
+
+} // namespace hosted
