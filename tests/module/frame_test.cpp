@@ -24,7 +24,7 @@ protected:
 
 TEST_F(frame, shows_its_parameters_and_exports)
 {
-	EXPECT_EQ(module.image().params.size(), 9u);
+	EXPECT_EQ(module.image().params.size(), 14u);
 	for (const char *state : {"netlink_init", "memtrack_init_state"})
 		EXPECT_EQ(set_parameter(state, "1"), -EACCES);
 	EXPECT_EQ(module.image().exports.size(), 22u);
@@ -78,7 +78,7 @@ TEST_F(frame, the_reserve_adds_up_over_the_zones)
 		hosted::set_zone_stat(KERNEL_NR_FREE_PAGES, pages);
 		EXPECT_EQ(count("tarn_get_free_page"), available);
 	}
-	EXPECT_EQ(log_lines(log_info).front(),
+	EXPECT_EQ(log_lines(log_info, "free_pages").front(),
 		  "[tarn_get_free_page] free_pages:1, totalreserve_pages:1096");
 }
 
@@ -110,7 +110,7 @@ TEST_F(frame, the_zram_watermark_follows_the_size_of_swap)
 		EXPECT_EQ(count("tarn_cpa_get_zram_watermark_page"), watermark) << size;
 	}
 	const std::string ratio = "[tarn_cpa_get_zram_watermark_page] cpa_zram_ratio: ";
-	EXPECT_THAT(log_lines(log_info),
+	EXPECT_THAT(log_lines(log_info, ratio),
 		    testing::ElementsAre(ratio + "20", ratio + "75", ratio + "20", ratio + "75"));
 }
 

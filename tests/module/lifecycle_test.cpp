@@ -4,6 +4,8 @@
 #include <optional>
 
 #include <hosted/clock.h>
+#include <hosted/cma.h>
+#include <hosted/core_tracepoints.h>
 #include <hosted/leftovers.h>
 #include <hosted/tasks.h>
 #include <hosted/vendor_hooks.h>
@@ -22,13 +24,26 @@ using lifecycle = machine_test;
 
 TEST_F(lifecycle, the_module_starts_with_what_it_can_get)
 {
-	constexpr unsigned calls = 7;
-	// What a failure of the n-th says; the last for any hook of event reporting.
-	const char *messages[] = {
+	// What a failure of the n-th call says.
+	constexpr const char *hook_failed = "register hook failed!";
+	constexpr const char *messages[] = {
 		"[tarn_mem_adapter_init] tarn_updata_page_mapcount register fail, ret -12.",
 		"[tarn_mem_adapter_init] vh_customize_alloc_gfp register fail, ret -12.",
+		"[register_abort_mm_opt_vendor_hooks] "
+		"register_trace_android_vh_madvise_cold_or_pageout_abort failed! ret=-12",
+		"[register_abort_mm_opt_vendor_hooks] "
+		"register_trace_android_vh_compact_finished failed! ret=-12",
 		"failed to create mm_event kobject", "failed to register mm_event group",
-		"register hook failed!"};
+		hook_failed, hook_failed, hook_failed,
+		// CMA: the depot, two tracepoints, each found and attached to, then a directory,
+		// and for each area a directory and a file.
+		"[cma_track_init] stack_depot_init failed!\n", "", "", "", "", "", "", "", "", "",
+		"folio_add_pin_kp register_kprobe failed, returned -12",
+		"try_grab_page_kp register_kprobe failed, returned -12",
+		"try_grab_folio_kp register_kprobe failed, returned -12"};
+	constexpr unsigned calls = std::size(messages);
+	cma &a = hosted::add_cma_area("a", 0, 512);
+	hosted::add_cma_area("b", 512, 512);
 	for (unsigned i = 0; i < 2 * (calls + 1); i++) {
 		const unsigned n = i / 2 + 1;
 		SCOPED_TRACE(n);
@@ -38,23 +53,42 @@ TEST_F(lifecycle, the_module_starts_with_what_it_can_get)
 		ASSERT_EQ(fail->hit(), n <= calls);
 		fail.reset();
 
-		const lines said = errors();
-		EXPECT_EQ(said.empty() ? "" : said[0],
-			  n > calls ? "" : messages[std::min(n, 5u) - 1]);
 		const auto fails = [&](unsigned first, unsigned last) {
 			return n <= last && (n >= first || i % 2);
 		};
+		const auto first_message = [&] {
+			for (unsigned m = n; m <= calls && fails(m, m); m++)
+				if (*messages[m - 1])
+					return messages[m - 1];
+			return "";
+		};
+		const lines said = errors();
+		EXPECT_EQ(said.empty() ? "" : said[0], first_message());
 		EXPECT_EQ(loaded.status(), 0);
-		EXPECT_EQ(hosted::in_use(__tracepoint_android_vh_update_page_mapcount),
-			  !fails(1, 1));
-		EXPECT_EQ(hosted::in_use(__tracepoint_android_vh_customize_alloc_gfp),
-			  !fails(2, 2));
-		EXPECT_EQ(read_file("/sys/kernel/mm_event/enabled"),
-			  fails(3, 4) ? std::to_string(-ENOENT) : "0\n");
-		for (const tracepoint *hook : {&__tracepoint_android_vh_vmscan_kswapd_done,
-					       &__tracepoint_android_vh_alloc_pages_slowpath,
-					       &__tracepoint_android_vh_mm_direct_reclaim_enter})
-			EXPECT_EQ(hosted::in_use(*hook), !fails(3, 7));
+		for (const auto &[hook, attached] :
+		     {std::pair{&__tracepoint_android_vh_update_page_mapcount, !fails(1, 1)},
+		      {&__tracepoint_android_vh_customize_alloc_gfp, !fails(2, 2)},
+		      {&__tracepoint_android_vh_madvise_cold_or_pageout_abort, !fails(3, 4)},
+		      {&__tracepoint_android_vh_compact_finished, !fails(3, 4)},
+		      {&__tracepoint_android_vh_vmscan_kswapd_done, !fails(5, 9)},
+		      {&__tracepoint_android_vh_alloc_pages_slowpath, !fails(5, 9)},
+		      {&__tracepoint_android_vh_mm_direct_reclaim_enter, !fails(5, 9)},
+		      {&__tracepoint_cma_alloc_finish, !fails(11, 12)},
+		      {&__tracepoint_cma_release, !fails(13, 14)}})
+			EXPECT_EQ(hosted::in_use(*hook), attached) << hook->name;
+		const bool tree = !fails(15, 15);
+		const std::string missing = std::to_string(-ENOENT);
+		for (const auto &[file, there] :
+		     {std::pair{"mm_event/enabled", !fails(5, 6)},
+		      {"debug/tarn_cma/a/show", tree && !fails(16, 17)},
+		      {"debug/tarn_cma/b/show", tree && !fails(18, 19)}})
+			EXPECT_EQ(read_file("/sys/kernel/" + std::string(file)),
+				  there ? "0\n" : missing)
+				<< file;
+		EXPECT_EQ(log_lines(log_info, "Planted").size(),
+			  fails(20, 22) ? std::max(n, 20u) - 20 : 3);
+		// The stop takes back what was recorded, too.
+		hosted::cma_alloc(a, 1);
 	}
 }
 

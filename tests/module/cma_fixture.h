@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// CMA tracking under test: two areas, and the module loaded behind them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <cma_track.h>
+#include <fmt/format.h>
+#include <hosted/cma.h>
+#include <hosted/core_tracepoints.h>
+
+#include "fixture.h"
+
+namespace module_tests
+{
+
+// A range of frames of an area.
+struct cma_range {
+	std::string area;
+	unsigned long start;
+	unsigned long end; // the last frame
+
+	bool operator==(const cma_range &) const = default;
+	friend std::ostream &operator<<(std::ostream &os, const cma_range &r)
+	{
+		return os << fmt::format("{} [{}-{}]", r.area, r.start, r.end);
+	}
+};
+
+// The tracepoints as the allocator fires them, for ranges that it would not choose.
+inline void tell_alloc(const cma &area, unsigned long pfn, unsigned long count, int error = 0)
+{
+	trace_cma_alloc_finish(helper_cma_name(&area), pfn, nullptr, count, 0, error);
+}
+inline void tell_release(const cma &area, unsigned long pfn, unsigned long count)
+{
+	trace_cma_release(helper_cma_name(&area), pfn, nullptr, count);
+}
+
+class cma_test : public machine_test
+{
+protected:
+	static constexpr unsigned long base = 4096, pages = 2048, camera_base = 8192;
+
+	static std::string show_path(const std::string &name)
+	{
+		return "/sys/kernel/debug/tarn_cma/" + name + "/show";
+	}
+	// What the listing of an area tells, as "start-end count"; it sorts the module's list.
+	lines listed(const cma &area)
+	{
+		forget_log();
+		EXPECT_EQ(read_file(show_path(helper_cma_name(&area))), "0\n");
+		lines found;
+		const std::string start = fmt::format("[show_info] {} [", helper_cma_name(&area));
+		for (const std::string &line : log_lines(log_info, start)) {
+			const std::size_t close = line.find("] count:");
+			found.push_back(line.substr(start.size(), close - start.size()) + ' ' +
+					line.substr(close + 8));
+		}
+		return found;
+	}
+	// The module's own list, as it is.
+	template <class Visit>
+	void visit_records(Visit visit) NO_THREAD_SAFETY_ANALYSIS
+	{
+		for (list_head *at = head_->next; at != head_; at = at->next)
+			visit(*reinterpret_cast<const cma_stackinfo *>(
+				reinterpret_cast<char *>(at) - offsetof(cma_stackinfo, node)));
+	}
+	std::vector<cma_range> records()
+	{
+		std::vector<cma_range> found;
+		visit_records([&](const cma_stackinfo &info) {
+			found.push_back({info.name, info.start_pfn, info.end_pfn});
+		});
+		return found;
+	}
+
+	cma &area = hosted::add_cma_area("linux,cma", base, pages);
+	cma &camera = hosted::add_cma_area("camera", camera_base, 512, 2);
+	hosted::loaded_module module;
+
+private:
+	list_head *head_ = module.internal<list_head>("cmainfolist");
+};
+
+} // namespace module_tests
