@@ -129,6 +129,7 @@ int main(int argc, char **argv)
 	bench::add_record_benchmarks();
 	bench::add_readout_benchmarks();
 	bench::add_replay_benchmarks(argv[2], argv[3]);
+	bench::add_cma_benchmarks();
 	benchmark::RunSpecifiedBenchmarks(&report);
 	report.print(argv[1]);
 	return report.failed() ? 1 : 0;

@@ -210,6 +210,7 @@ void add_both(const std::string &row, Run run, int iterations = 0)
 	add<plain_rig>(row, run, iterations);
 }
 
+void add_cma_benchmarks();
 void add_record_benchmarks();
 void add_readout_benchmarks();
 void add_replay_benchmarks(const std::string &xz, const std::string &plain_text);

@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// What the CMA probes, the pin probes and the abort hooks cost. Beside the CMA probes the least
+// that the same bookkeeping can cost: the same walk over an array of the same records, with no
+// lock, no memory and no stack to take.
+#include <cstring>
+#include <optional>
+#include <random>
+
+#include <cma_track.h>
+#include <fmt/format.h>
+#include <hosted/callstack.h>
+#include <hosted/cma.h>
+#include <hosted/core_tracepoints.h>
+#include <hosted/kprobes.h>
+#include <hosted/pins.h>
+
+#include "rig.h"
+
+namespace bench
+{
+namespace
+{
+
+constexpr unsigned long area_pages = 32768;
+constexpr unsigned long range_pages = 2;
+constexpr std::size_t batch = 256;
+
+// The module's records. The area is not the target, so that nothing is counted and told.
+class cma_rig
+{
+public:
+	static constexpr char side[] = "ours";
+
+	void alloc(unsigned long pfn)
+	{
+		trace_cma_alloc_finish(name_, pfn, nullptr, range_pages, 0, 0);
+	}
+	void release(unsigned long pfn)
+	{
+		trace_cma_release(name_, pfn, nullptr, range_pages);
+	}
+
+private:
+	hosted::machine machine_;
+	const char *name_ = helper_cma_name(&hosted::add_cma_area("camera", 0, area_pages));
+	hosted::loaded_module module_;
+	// As deep as a driver's allocation.
+	const std::vector<unsigned long> stack_ = [] {
+		std::vector<unsigned long> frames;
+		for (int i = 0; i < 12; i++)
+			frames.push_back(
+				hosted::symbol_address(fmt::format("frame_{}", i), 0x20, 0x80));
+		return frames;
+	}();
+	const hosted::frame_scope frames_{stack_};
+};
+
+// The newest record is the last one, and is looked at first.
+class array_rig
+{
+public:
+	static constexpr char side[] = "plain";
+
+	array_rig()
+	{
+		records_.reserve(area_pages);
+	}
+	void alloc(unsigned long pfn)
+	{
+		record r{};
+		std::memcpy(r.name, name_, sizeof(name_));
+		r.start = pfn;
+		r.end = pfn + range_pages - 1;
+		records_.push_back(r);
+	}
+	void release(unsigned long pfn)
+	{
+		const unsigned long end = pfn + range_pages - 1;
+
+		for (auto at = records_.rbegin(); at != records_.rend(); ++at) {
+			if (std::strncmp(at->name, name_, sizeof(name_)) != 0)
+				continue;
+			if (at->start == pfn || at->end == end ||
+			    (at->start <= end && at->end >= pfn)) {
+				*at = records_.back();
+				records_.pop_back();
+				return;
+			}
+		}
+	}
+
+private:
+	struct record {
+		char name[CMA_MAX_NAME];
+		unsigned long start;
+		unsigned long end;
+	};
+
+	char name_[CMA_MAX_NAME] = "camera";
+	std::vector<record> records_;
+};
+
+// Ranges in a shuffled order, of which the first ones are live.
+template <class Rig>
+class live_ranges
+{
+public:
+	live_ranges(Rig &rig, std::size_t live) : rig_(rig)
+	{
+		for (std::size_t i = 0; i < ranges_.size(); i++)
+			ranges_[i] = i * range_pages;
+		std::ranges::shuffle(ranges_, random_);
+		while (live_ < live)
+			alloc();
+	}
+	void alloc()
+	{
+		rig_.alloc(ranges_[live_++]);
+	}
+	void release_newest()
+	{
+		rig_.release(ranges_[--live_]);
+	}
+	// So that half of the records are looked at.
+	void release_any()
+	{
+		std::swap(ranges_[random_() % live_], ranges_[live_ - 1]);
+		release_newest();
+	}
+
+private:
+	Rig &rig_;
+	std::vector<unsigned long> ranges_ = std::vector<unsigned long>(area_pages / range_pages);
+	std::size_t live_ = 0;
+	std::minstd_rand random_{1};
+};
+
+template <class Rig>
+void cma_alloc(benchmark::State &state, Rig &r, std::size_t live)
+{
+	live_ranges<Rig> ranges(r, live);
+
+	repeat(batch, [&] { ranges.alloc(); });
+	measure(
+		state, batch, CLOCK_THREAD_CPUTIME_ID,
+		[&] { repeat(batch, [&] { ranges.release_newest(); }); },
+		[&] { repeat(batch, [&] { ranges.alloc(); }); });
+}
+
+template <class Rig>
+void cma_alloc_and_release(benchmark::State &state, Rig &r, std::size_t live)
+{
+	live_ranges<Rig> ranges(r, live);
+
+	measure(
+		state, batch, CLOCK_THREAD_CPUTIME_ID, [] {},
+		[&] {
+			repeat(batch, [&] {
+				ranges.alloc();
+				ranges.release_any();
+			});
+		});
+}
+
+// A kernel of frames whose first pageblock is CMA's, with the module or without it.
+template <bool loaded>
+class kernel_rig
+{
+public:
+	static constexpr const char *side = loaded ? "ours" : "plain";
+
+	kernel_rig()
+	{
+		hosted::add_frames(0, 2 * hosted::pageblock_pages);
+		hosted::set_migratetype(0, KERNEL_MIGRATE_CMA);
+		if constexpr (loaded)
+			module_.emplace();
+	}
+
+private:
+	hosted::machine machine_;
+	std::optional<hosted::loaded_module> module_;
+};
+
+// A pin that is not reported; the pin before all sets the interval going.
+template <class Rig>
+void pin(benchmark::State &state, Rig &, const char *comm, unsigned long pfn, unsigned flags)
+{
+	constexpr std::size_t events = 4096;
+	page &p = hosted::page_at(pfn);
+
+	hosted::try_grab_page(hosted::page_at(0), FOLL_PIN);
+	const hosted::task_ptr task = hosted::make_task(comm, 7);
+	const hosted::task_scope as(*task);
+	measure(
+		state, events, CLOCK_THREAD_CPUTIME_ID, [&] { p.refcount = 1; },
+		[&] { repeat(events, [&] { hosted::try_grab_page(p, flags); }); });
+}
+
+template <class Rig>
+void abort_hook(benchmark::State &state, Rig &)
+{
+	constexpr std::size_t events = 4096;
+	bool abort = false;
+
+	measure(
+		state, events, CLOCK_THREAD_CPUTIME_ID, [] {},
+		[&] { repeat(events, [&] { trace_android_vh_compact_finished(&abort); }); });
+	if (abort)
+		state.SkipWithError("the switch is on");
+}
+
+template <class Run>
+void add_loaded_and_not(const std::string &row, Run run)
+{
+	add<kernel_rig<true>>(row, run);
+	add<kernel_rig<false>>(row, run);
+}
+
+} // namespace
+
+void add_cma_benchmarks()
+{
+	for (const std::size_t live : {10, 1000, 10000}) {
+		const std::string row = fmt::format(", {} live", live);
+		const auto alloc = [=](benchmark::State &state, auto &r) {
+			cma_alloc(state, r, live);
+		};
+		const auto both = [=](benchmark::State &state, auto &r) {
+			cma_alloc_and_release(state, r, live);
+		};
+
+		add<cma_rig>("cma alloc" + row, alloc);
+		add<array_rig>("cma alloc" + row, alloc);
+		add<cma_rig>("cma alloc and release" + row, both);
+		add<array_rig>("cma alloc and release" + row, both);
+	}
+	struct unreported {
+		const char *reason;
+		const char *comm;
+		unsigned long pfn;
+		unsigned flags;
+	};
+	for (const unreported &u : {unreported{"no pin", "app", 0, hosted::foll_get},
+				    {"excluded task", "RenderThread", 0, FOLL_PIN},
+				    {"not a CMA page", "app", hosted::pageblock_pages, FOLL_PIN},
+				    {"too early", "app", 0, FOLL_PIN}})
+		add_loaded_and_not(std::string("pin not reported, ") + u.reason,
+				   [u](benchmark::State &state, auto &r) {
+					   pin(state, r, u.comm, u.pfn, u.flags);
+				   });
+	add_loaded_and_not("abort hook, switch off",
+			   [](benchmark::State &state, auto &r) { abort_hook(state, r); });
+}
+
+} // namespace bench
