@@ -20,6 +20,9 @@ void add_hunt(CLI::App &app);
 void add_watch(CLI::App &app, int &status);
 void add_thresholds(CLI::App &app);
 void add_pages(CLI::App &app);
+void add_cma(CLI::App &app);
+// The status as for watch.
+void add_pins(CLI::App &app, int &status);
 
 struct usage_error : std::runtime_error {
 	using std::runtime_error::runtime_error;

@@ -8,21 +8,13 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "printable.h"
+
 namespace tarn
 {
 
 namespace
 {
-
-// Names may hold any bytes, and control characters would play with the terminal.
-std::string printable(const std::string &name)
-{
-	std::string text;
-
-	for (const char c : name)
-		text += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
-	return text;
-}
 
 std::string task_name(const std::string &comm)
 {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -19,59 +20,131 @@ namespace
 constexpr const char *path = "/dev/kmsg";
 constexpr std::size_t longest_record = 8192;
 
-// A line that the kernel logged without a line end is held back until another begins, in case it
-// goes on; this one begins. Facility 1 (user), level 7 (debug).
-constexpr std::string_view line_opener = "<15>tarnctl: reads the log\n";
+// The field up to a separator, which is taken, too.
+std::string_view take_field(std::string_view &text, char separator)
+{
+	const std::size_t end = std::min(text.find(separator), text.size());
+	const std::string_view field = text.substr(0, end);
+
+	text.remove_prefix(std::min(end + 1, text.size()));
+	return field;
+}
 
 } // namespace
 
-kernel_log::kernel_log() : file_(open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK))
+log_record parse_log_record(std::string_view record)
 {
-	if (file_.get() < 0 || lseek(file_.get(), 0, SEEK_END) < 0)
+	constexpr unsigned int facility_shift = 3;
+	constexpr std::string_view caller = "caller=";
+	log_record result;
+
+	// "priority,number,time,flags[,caller=...];text", then lines of properties that begin with
+	// a blank.
+	const std::size_t text = record.find(';');
+
+	if (text == std::string_view::npos)
+		return result;
+	std::string_view head = record.substr(0, text);
+	const std::string_view priority_field = take_field(head, ',');
+	unsigned int priority = 0;
+
+	if (std::from_chars(priority_field.begin(), priority_field.end(), priority).ec !=
+	    std::errc{})
+		return result;
+	take_field(head, ',');
+	const std::string_view time_field = take_field(head, ',');
+	std::int64_t time = 0;
+
+	std::from_chars(time_field.begin(), time_field.end(), time);
+	while (!head.empty()) {
+		const std::string_view field = take_field(head, ',');
+
+		if (field.starts_with(caller))
+			result.caller = field.substr(caller.size());
+	}
+	record.remove_prefix(text + 1);
+	result.by_kernel = priority >> facility_shift == 0;
+	result.time = std::chrono::microseconds(time);
+	result.text = record.substr(0, record.find('\n'));
+	return result;
+}
+
+kernel_log::kernel_log(log_start start) : file_(open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK))
+{
+	if (file_.get() < 0)
 		throw device_error(fmt::format("{} cannot be opened: {}", path, reason(errno)));
+	if (start == log_start::oldest)
+		return;
+	// A line that is held back is older than this moment.
+	release_last_line();
+	if (lseek(file_.get(), 0, SEEK_END) < 0)
+		throw device_error(fmt::format("{} cannot be read: {}", path, reason(errno)));
 }
 
 std::string kernel_log::take()
 {
-	std::array<char, longest_record> record;
 	std::string lines;
 
-	if (write(file_.get(), line_opener.data(), line_opener.size()) < 0)
-		throw device_error(fmt::format("{} cannot be written: {}", path, reason(errno)));
+	drain([&lines](const log_record &record) {
+		if (record.by_kernel && !record.text.empty())
+			lines.append(record.text).append("\n");
+	});
+	return lines;
+}
+
+std::optional<log_record> kernel_log::next()
+{
+	std::array<char, longest_record> record;
+
 	while (true) {
 		const ssize_t n = read(file_.get(), record.data(), record.size());
 
-		if (n > 0) {
-			const std::string_view text =
-				kernel_log_text({record.data(), static_cast<std::size_t>(n)});
-
-			if (!text.empty())
-				lines.append(text).append("\n");
-		} else if (n == 0 || errno == EAGAIN) {
-			return lines;
-		} else if (errno != EPIPE && errno != EINTR) {
+		if (n > 0)
+			return parse_log_record({record.data(), static_cast<std::size_t>(n)});
+		if (n == 0 || errno == EAGAIN)
+			return std::nullopt;
+		if (errno == EPIPE)
+			lost_ = true;
+		else if (errno != EINTR)
 			throw device_error(
 				fmt::format("{} cannot be read: {}", path, reason(errno)));
+	}
+}
+
+void kernel_log::drain(const std::function<void(const log_record &)> &take)
+{
+	using clock = std::chrono::steady_clock;
+	constexpr std::chrono::seconds patience{2};
+
+	release_last_line();
+	// Where others log without a pause our own line is the end, or, when even that has been
+	// overwritten, our patience.
+	const clock::time_point deadline = clock::now() + patience;
+
+	while (const auto record = next()) {
+		if (record->text == mark_)
+			return;
+		take(*record);
+		if (clock::now() > deadline) {
+			lost_ = true;
+			return;
 		}
 	}
 }
 
-std::string_view kernel_log_text(std::string_view record)
+void kernel_log::release_last_line()
 {
-	constexpr unsigned int facility_shift = 3;
-	unsigned int priority = 0;
+	mark_ = fmt::format("tarnctl[{}]: reads the log ({})", getpid(), ++marks_);
+	// Facility 1 (user), level 7 (debug).
+	const std::string line = "<15>" + mark_ + "\n";
 
-	// "priority,number,time,flags;text", then lines of properties that begin with a blank.
-	if (std::from_chars(record.data(), record.data() + record.size(), priority).ec !=
-		    std::errc{} ||
-	    priority >> facility_shift != 0)
-		return {};
-	const std::size_t text = record.find(';');
+	if (write(file_.get(), line.data(), line.size()) < 0)
+		throw device_error(fmt::format("{} cannot be written: {}", path, reason(errno)));
+}
 
-	if (text == std::string_view::npos)
-		return {};
-	record.remove_prefix(text + 1);
-	return record.substr(0, record.find('\n'));
+bool kernel_log::take_loss()
+{
+	return std::exchange(lost_, false);
 }
 
 } // namespace tarn

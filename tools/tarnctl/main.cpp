@@ -3,6 +3,7 @@
 #include <exception>
 #include <new>
 
+#include "cma_read.h"
 #include "command.h"
 #include "hunt.h"
 
@@ -16,6 +17,8 @@ int main(int argc, char **argv)
 	tarn::add_watch(app, status);
 	tarn::add_thresholds(app);
 	tarn::add_pages(app);
+	tarn::add_cma(app);
+	tarn::add_pins(app, status);
 
 	try {
 		app.parse(argc, argv);
@@ -27,6 +30,9 @@ int main(int argc, char **argv)
 	} catch (const std::bad_alloc &) {
 		tarn::complain("there is not enough memory");
 	} catch (const tarn::unknown_cache &e) {
+		tarn::complain(e.what());
+		return tarn::exit_not_found;
+	} catch (const tarn::unknown_area &e) {
 		tarn::complain(e.what());
 		return tarn::exit_not_found;
 	} catch (const std::exception &e) {

@@ -13,7 +13,7 @@ namespace tarn
 {
 
 struct watch_limits {
-	std::optional<std::uint64_t> count; // notifications to wait for
+	std::optional<std::uint64_t> count; // notifications, or what else is shown, to wait for
 	std::optional<std::chrono::seconds> time;
 };
 

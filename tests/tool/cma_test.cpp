@@ -1,0 +1,392 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// The reports about CMA areas: found in the log, reckoned with and shown.
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <tarnctl/cma_print.h>
+#include <tarnctl/cma_read.h>
+#include <tarnctl/control_device.h>
+
+#include "played_log.h"
+
+namespace tarn
+{
+
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::string brief(const char *text)
+{
+	return module_says("show_brief", text);
+}
+
+std::string info(const char *text)
+{
+	return module_says("show_info", text);
+}
+
+const std::string summary =
+	brief("cma a valid_pfn=[4096-8191] count:4096 used:30 req:0 lasttry-pfn:0x0");
+const std::string first = info("cma a [4096-4105] count:10");
+const std::string second = info("cma a [5000-5019] count:20");
+const std::string frame = info("        f+0x1/0x2");
+const std::string other_frame = info("        g+0x1/0x2 [m]");
+
+// A line that is empty stands for lost ones.
+cma_report_reader read_lines(const std::vector<std::string> &lines, const std::string &caller = "")
+{
+	cma_report_reader reader("cma a");
+
+	for (const std::string &line : lines) {
+		if (line.empty())
+			reader.add_loss();
+		else
+			reader.add({true, {}, caller, line});
+	}
+	return reader;
+}
+
+cma_area area_of(std::uint64_t pages, std::optional<unsigned int> order, std::uint64_t used_bits,
+		 const std::vector<std::pair<std::uint64_t, std::uint64_t>> &ranges = {})
+{
+	cma_area area;
+
+	area.report.name = "a";
+	area.report.first_pfn = 1000;
+	area.report.last_pfn = 1000 + pages - 1;
+	area.report.pages = pages;
+	area.report.used_bits = used_bits;
+	area.order = order;
+	for (const auto &[begin, count] : ranges)
+		area.report.records.push_back({1000 + begin, 1000 + begin + count - 1, {}});
+	return area;
+}
+
+class fake_files
+{
+public:
+	fake_files()
+	{
+		put("sys/kernel/debug/tarn_cma/cma a/show", "0\n");
+		put("sys/kernel/debug/tarn_cma/b/show", "0\n");
+		put("sys/kernel/debug/tarn_cma/bb/show", "0\n");
+		put("sys/kernel/debug/cma/cma a/order_per_bit", "1\n");
+		put("sys/module/tarn_mem_adapter/parameters/cma_target", "cma a\n");
+		put("sys/module/tarn_mem_adapter/parameters/cma_warn_limit_permillage", "-3\n");
+	}
+
+	~fake_files()
+	{
+		std::filesystem::remove_all(root);
+	}
+
+	void put(const std::string &file, const std::string &text) const
+	{
+		const std::filesystem::path path = root + "/" + file;
+
+		std::filesystem::create_directories(path.parent_path());
+		std::ofstream(path) << text;
+	}
+
+	// The log brings one report an attempt; the last of them again and again.
+	cma_area read(const std::vector<std::vector<std::string>> &reports)
+	{
+		return cma_files(root).read("cma a", [this, &reports] {
+			const std::size_t at = std::min(logs.size(), reports.size() - 1);
+
+			logs.emplace_back();
+			for (const std::string &line : reports[at])
+				logs.back().say(line);
+			return std::move(logs.back().log);
+		});
+	}
+
+	std::string root = testing::TempDir() + "cma_" + std::to_string(getpid());
+	std::vector<played_log> logs;
+};
+
+} // namespace
+
+TEST(cma_report, is_what_a_read_of_the_file_logged)
+{
+	const cma_report_reader reader = read_lines({
+		frame,
+		info("cma a [4096-4096] count:1"),
+		brief("cma a valid_pfn=[4096-8191] count:4096 used:9 req:7 lasttry-pfn:0x1000"),
+		brief("cma a valid_pfn=[4096-8191] count:4096 used:9 req:0 lasttry-pfn:0x0 "),
+		brief("cma valid_pfn=[0-9] count:10 used:9 req:0 lasttry-pfn:0x0"),
+		summary,
+		brief("b valid_pfn=[0-9] count:10 used:9 req:0 lasttry-pfn:0x0"),
+		first,
+		module_says("get_track_stack_handle", "        h+0x1/0x2"),
+		frame,
+		"usb 1-1: new device",
+		brief("cma a valid_pfn=[4096-8191] count:4096 used:9 req:7 lasttry-pfn:0x0"),
+		other_frame,
+		module_says("add_cma_stackinfo", "cma a [4106-4106] add"),
+		second,
+	});
+	const auto &report = reader.result();
+
+	ASSERT_TRUE(report);
+	EXPECT_EQ(report->first_pfn, 4096U);
+	EXPECT_EQ(report->last_pfn, 8191U);
+	EXPECT_EQ(report->pages, 4096U);
+	EXPECT_EQ(report->used_bits, 30U);
+	ASSERT_EQ(report->records.size(), 2U);
+	EXPECT_EQ(report->records[0].first_pfn, 4096U);
+	EXPECT_EQ(report->records[0].last_pfn, 4105U);
+	EXPECT_THAT(report->records[0].frames, ElementsAre("f+0x1/0x2", "g+0x1/0x2 [m]"));
+	EXPECT_THAT(report->records[1].frames, IsEmpty());
+	EXPECT_FALSE(report->mixed);
+	EXPECT_FALSE(report->lost);
+	EXPECT_FALSE(read_lines({first, frame}).result());
+}
+
+TEST(cma_report, tells_when_another_stands_between_its_lines)
+{
+	const std::string foreign = info("b [5000-5019] count:20");
+
+	for (const auto &lines : std::vector<std::vector<std::string>>{
+		     {summary, frame, first, frame},
+		     {summary, first, frame, foreign, other_frame},
+		     {summary, first, frame, summary},
+		     {summary, second, first, frame},
+		     {summary, first, frame, first, other_frame},
+		     {summary, first, frame, info("cma a [5000-5019] count:21"), other_frame}}) {
+		const auto report = read_lines(lines).result();
+
+		EXPECT_TRUE(report->mixed) << testing::PrintToString(lines);
+		for (const cma_record &record : report->records) {
+			if (record.first_pfn == 4096) {
+				EXPECT_THAT(record.frames, ElementsAre("f+0x1/0x2"));
+			}
+		}
+	}
+	EXPECT_EQ(read_lines({summary, first, first}).result()->records.size(), 1U);
+}
+
+TEST(cma_report, of_one_task_is_told_from_those_of_others)
+{
+	cma_report_reader reader = read_lines({summary, first}, "T1");
+
+	for (const std::string &line : {summary, first, other_frame})
+		reader.add({true, {}, "T2", line});
+	reader.add({false, {}, "T1", other_frame});
+	reader.add({true, {}, "T1", frame});
+	ASSERT_EQ(reader.result()->records.size(), 1U);
+	EXPECT_THAT(reader.result()->records[0].frames, ElementsAre("f+0x1/0x2"));
+	EXPECT_FALSE(reader.result()->mixed);
+}
+
+TEST(cma_report, gives_frames_behind_a_loss_to_no_one)
+{
+	const auto report =
+		read_lines({summary, first, frame, "", other_frame, second, frame}).result();
+
+	EXPECT_TRUE(report->lost);
+	EXPECT_FALSE(report->mixed);
+	EXPECT_THAT(report->records[0].frames, ElementsAre("f+0x1/0x2"));
+	EXPECT_THAT(report->records[1].frames, ElementsAre("f+0x1/0x2"));
+	EXPECT_FALSE(read_lines({"", summary, first}).result()->lost);
+}
+
+TEST(cma_area, has_the_limit_that_the_module_reckons_with)
+{
+	const auto limit = [](std::uint64_t pages, std::optional<unsigned int> order,
+			      std::int64_t permillage) {
+		cma_area area = area_of(pages, order, 0);
+
+		area.limit_permillage = permillage;
+		return cma_limit_chunks(area);
+	};
+
+	EXPECT_EQ(limit(8192, 0, 850), 6800U);
+	EXPECT_EQ(limit(9215, 0, 850), 6800U);
+	EXPECT_EQ(limit(1023, 0, 850), 0U);
+	EXPECT_EQ(limit(4096, 2, 850), 850U);
+	EXPECT_EQ(limit(2048, 0, -1), UINT64_MAX - 1);
+	EXPECT_EQ(limit(8192, std::nullopt, 850), std::nullopt);
+	EXPECT_EQ(cma_limit_chunks(area_of(8192, 0, 0)), std::nullopt);
+}
+
+TEST(cma_area, is_covered_as_counting_page_by_page_has_it)
+{
+	std::mt19937 random(1); // NOLINT: the same each time
+	const auto any = [&random](std::uint64_t end) {
+		return random() % end;
+	};
+
+	for (int i = 0; i < 300; i++) {
+		constexpr std::uint64_t pages = 64;
+		const auto order = static_cast<unsigned int>(any(3));
+		cma_area area = area_of(pages, order, any((pages >> order) + 1));
+		std::vector<bool> covered(pages >> order);
+
+		for (std::uint64_t n = any(6); n > 0; n--) {
+			// Beyond both ends, too.
+			const std::uint64_t begin = 990 + any(80);
+			const std::uint64_t last = begin + any(12);
+
+			area.report.records.push_back({begin, last, {}});
+			for (std::uint64_t pfn = begin; pfn <= last; pfn++) {
+				if (pfn >= 1000 && pfn < 1000 + pages)
+					covered[(pfn - 1000) >> order] = true;
+			}
+		}
+		const cma_coverage coverage(area);
+		const std::uint64_t from = any(covered.size());
+		const std::uint64_t to = from + any(covered.size() - from + 1);
+		const auto count = [&covered](std::uint64_t begin, std::uint64_t end) {
+			return static_cast<std::uint64_t>(std::count(
+				covered.begin() + static_cast<std::ptrdiff_t>(begin),
+				covered.begin() + static_cast<std::ptrdiff_t>(end), true));
+		};
+
+		ASSERT_EQ(coverage.total(), count(0, covered.size()));
+		ASSERT_EQ(coverage.between(from, to), count(from, to));
+		ASSERT_EQ(cma_untracked_chunks(area),
+			  area.report.used_bits -
+				  std::min(area.report.used_bits, coverage.total()));
+	}
+}
+
+TEST(cma_map, shows_what_the_counts_tell)
+{
+	EXPECT_EQ(draw_cma_map(area_of(8, 0, 3, {{1, 2}, {4, 1}})).cells, ".##.#...");
+	EXPECT_EQ(draw_cma_map(area_of(8, 0, 4, {{1, 2}, {4, 1}})).cells, ".##.#...");
+	EXPECT_EQ(draw_cma_map(area_of(8, 0, 8, {{1, 2}, {4, 1}})).cells, "x##x#xxx");
+	EXPECT_EQ(draw_cma_map(area_of(8, 0, 8, {{0, 8}})).cells, "########");
+	EXPECT_EQ(draw_cma_map(area_of(8, 2, 1, {{0, 1}})).cells, "#.");
+	EXPECT_EQ(draw_cma_map(area_of(8, std::nullopt, 1, {{0, 4}})).cells, "####????");
+	EXPECT_EQ(draw_cma_map(area_of(4, std::nullopt, 0)).cells, "....");
+	cma_area lost = area_of(4, 0, 1, {{0, 1}});
+
+	lost.report.lost = true;
+	EXPECT_EQ(draw_cma_map(lost).cells, "#???");
+}
+
+TEST(cma_map, of_a_large_area_is_no_larger)
+{
+	EXPECT_EQ(draw_cma_map(area_of(1024, 0, 0)).cells.size(), 1024U);
+	const cma_map halves = draw_cma_map(area_of(1025, 0, 2, {{3, 1}, {1024, 1}}));
+
+	EXPECT_EQ(halves.cell_pages, 2U);
+	EXPECT_EQ(halves.cells.size(), 513U);
+	EXPECT_EQ(halves.cells.substr(0, 3), ".+.");
+	EXPECT_EQ(halves.cells.back(), '#');
+	EXPECT_EQ(draw_cma_map(area_of(1ULL << 40, 3, 0)).cell_pages, 1ULL << 30);
+}
+
+TEST(cma_text, has_usage_limit_map_and_owners)
+{
+	cma_area area = area_of(4096, 2, 20, {{0, 4}, {8, 40}, {64, 4}});
+
+	area.limit_permillage = 850;
+	area.report.records[0].frames = area.report.records[2].frames = {"f\x1b", "g"};
+	area.report.records.push_back({2000, 2999, {}});
+	const std::string text = cma_text(area, 16384);
+
+	EXPECT_THAT(text, HasSubstr("CMA area a\n"
+				    "  range    pfn 1000 to 5095: 4096 pages, 65536 KiB\n"
+				    "  used     80 pages, 2.0 % (20 bits of 4 pages)\n"
+				    "  tracked  1048 pages in 4 ranges; more than used: "));
+	EXPECT_THAT(text, HasSubstr("850/1024: the kernel warns above 3400 used pages; that many "
+				    "are not used\n"));
+	EXPECT_THAT(text, HasSubstr(" 4 pages (64 KiB); . free; # tracked\n"
+				    "  1000  #.##########....#...."));
+	EXPECT_THAT(text, HasSubstr("\n  1256  ....."));
+	EXPECT_THAT(text, HasSubstr("first:\n\n"
+				    "  1040 pages in 2 ranges\n"
+				    "            (no call stack was saved)\n\n"
+				    "     8 pages in 2 ranges\n"
+				    "            f?\n"
+				    "            g\n"));
+
+	area.report.used_bits = 850;
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; that many are not used\n"));
+	area.report.used_bits = 851;
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; that many are used\n"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; 2356 pages used but not tracked\n"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr(" free, but for 2356 pages in unknown places"));
+	area.limit_permillage = 1024;
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("1024/1024: no use is above it\n"));
+	area.order.reset();
+	area.report.lost = true;
+	EXPECT_THAT(cma_text(area, 4096),
+		    HasSubstr("851 bits of the allocation bitmap, each for an "
+			      "unknown number"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("The kernel log ran over"));
+}
+
+TEST(cma_json, has_areas_records_and_frames)
+{
+	cma_area area = area_of(4096, 2, 20, {{0, 4}});
+
+	area.report.records[0].frames = {"f", "g"};
+	area.limit_permillage = 850;
+	const auto object = nlohmann::json::parse(cma_json({area, area_of(4, std::nullopt, 2)}));
+	const auto &full = object["areas"][0];
+
+	EXPECT_EQ(full["used_pages"], 80);
+	EXPECT_EQ(full["untracked_pages"], 76);
+	EXPECT_EQ(full["limit"]["bits"], 850);
+	EXPECT_EQ(full["records"][0]["first_pfn"], 1000);
+	EXPECT_EQ(full["records"][0]["last_pfn"], 1003);
+	EXPECT_EQ(full["records"][0]["frames"][1], "g");
+	for (const char *unknown : {"order_per_bit", "used_pages", "untracked_pages", "limit"})
+		EXPECT_FALSE(object["areas"][1].contains(unknown)) << unknown;
+	EXPECT_EQ(cma_json({}), "{\n  \"areas\": []\n}\n");
+}
+
+TEST(cma_files, are_read_again_until_the_report_stands_alone)
+{
+	fake_files files;
+	const cma_area area = files.read({{}, {summary, frame}, {summary, first, frame}, {}});
+
+	EXPECT_EQ(files.logs.size(), 3U);
+	EXPECT_FALSE(area.report.mixed);
+	EXPECT_EQ(area.report.records.size(), 1U);
+	EXPECT_EQ(area.order, 1U);
+	EXPECT_EQ(area.limit_permillage, -3);
+}
+
+TEST(cma_files, that_do_not_tell_all_leave_it_open)
+{
+	fake_files files;
+
+	files.put("sys/kernel/debug/cma/cma a/order_per_bit", "64\n");
+	files.put("sys/module/tarn_mem_adapter/parameters/cma_target", "cma\n");
+	const cma_area area = files.read({{summary, frame}, {}});
+
+	EXPECT_TRUE(area.report.mixed) << "of all attempts there is no better one";
+	EXPECT_EQ(area.order, std::nullopt);
+	EXPECT_EQ(area.limit_permillage, std::nullopt);
+	EXPECT_THROW(files.read({{}}), device_error);
+}
+
+TEST(cma_files, name_the_areas_that_there_are)
+{
+	const fake_files files;
+	const cma_files cma(files.root);
+	const auto no_log = [] {
+		return kernel_log(file_descriptor());
+	};
+
+	EXPECT_THAT(cma.names(), ElementsAre("b", "bb", "cma a"));
+	EXPECT_THROW((void)cma.read("cma", no_log), unknown_area);
+	EXPECT_THROW((void)cma.read("b/../b", no_log), unknown_area);
+	EXPECT_THROW((void)cma_files(files.root + "/none").names(), device_error);
+}
+
+} // namespace tarn

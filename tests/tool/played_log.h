@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// A kernel log that a test plays.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <tarnctl/kernel_log.h>
+
+namespace tarn
+{
+
+class played_log
+{
+public:
+	played_log()
+	{
+		int ends[2];
+
+		if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends) != 0)
+			throw std::runtime_error("no socket pair");
+		kernel = file_descriptor(ends[0]);
+		log = kernel_log(file_descriptor(ends[1]));
+	}
+
+	void record(const std::string &record) const
+	{
+		EXPECT_EQ(send(kernel.get(), record.data(), record.size(), 0),
+			  static_cast<ssize_t>(record.size()));
+	}
+
+	void say(const std::string &text) const
+	{
+		record("6,1,1500001,-;" + text + "\n");
+	}
+
+	file_descriptor kernel;
+	kernel_log log{file_descriptor()};
+};
+
+// What the module logs.
+inline std::string module_says(const char *function, const std::string &message)
+{
+	return fmt::format("[MEM_ADAPTER] {}:12: {}", function, message);
+}
+
+} // namespace tarn
