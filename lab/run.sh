@@ -53,14 +53,23 @@ out=$(cd "$out" && pwd)
 initramfs=$out/initramfs.gz
 "$lab/build_initramfs.sh" "$kernel" "$modules" "$programs" "$initramfs"
 
+machine=(-M virt -cpu max -smp 2 -m "$memory")
+
+# What QEMU tells the guest of its machine, with our areas of contiguous memory.
+tree=$out/machine.dtb
+dtc=$kernel/scripts/dtc/dtc
+qemu-system-aarch64 "${machine[@]/virt/virt,dumpdtb=$tree}" -display none -nic none \
+	>/dev/null 2>&1
+"$dtc" -q -I dtb -O dts "$tree" | cat - "$lab/reserved_memory.dts" | "$dtc" -q -I dts -O dtb -o "$tree" -
+
 # boot NAME ARGUMENT...: a guest with its virtual console here and its kernel's in NAME.log.
 boot() {
 	local name=$1
 
 	shift
 	rm -f "$out/$name.log"
-	exec timeout --foreground -k 10 "$run_limit" qemu-system-aarch64 -M virt -cpu max -smp 2 \
-		-m "$memory" -display none -monitor none -nic none -no-reboot \
+	exec timeout --foreground -k 10 "$run_limit" qemu-system-aarch64 "${machine[@]}" \
+		-dtb "$tree" -display none -monitor none -nic none -no-reboot \
 		-pidfile "$out/$name.pid" \
 		-kernel "$kernel/arch/arm64/boot/Image" -initrd "$initramfs" \
 		-append "$arguments lab_slow=$slow $*" \

@@ -26,6 +26,8 @@ extern struct hook alloc_slowpath_hook;
 extern struct hook direct_reclaim_hook;
 extern struct hook page_mapcount_hook;
 extern struct hook alloc_gfp_hook;
+extern struct hook madvise_abort_hook;
+extern struct hook compact_abort_hook;
 
 /*
  * Probes at a function's entry and return. Adding finds the function and leaves its text alone;

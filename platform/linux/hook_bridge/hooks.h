@@ -11,6 +11,7 @@
 struct kmem_cache;
 struct page;
 struct seq_file;
+struct vm_area_struct;
 struct vm_struct;
 
 /* object is null where the allocation failed; caller is a code address. */
@@ -45,6 +46,11 @@ DECLARE_TRACE(android_vh_update_page_mapcount,
 /* The allocation goes on with the flags that the probes leave. */
 DECLARE_TRACE(android_vh_customize_alloc_gfp, TP_PROTO(gfp_t *gfp_mask, unsigned int order),
 	      TP_ARGS(gfp_mask, order));
+
+/* Where a probe sets the flag, the pass stops. */
+DECLARE_TRACE(android_vh_madvise_cold_or_pageout_abort,
+	      TP_PROTO(struct vm_area_struct *vma, bool *abort), TP_ARGS(vma, abort));
+DECLARE_TRACE(android_vh_compact_finished, TP_PROTO(bool *abort), TP_ARGS(abort));
 
 /* The address of what the kernel keeps to itself, or an error pointer. Context: any. */
 void *android_debug_symbol(int index);

@@ -11,9 +11,9 @@
 #include "bridge.h"
 
 static struct hook *const hooks[] = {
-	&slab_alloc_hook,      &slab_free_hook,	    &save_vmalloc_stack_hook,
-	&show_stack_hash_hook, &kswapd_done_hook,   &alloc_slowpath_hook,
-	&direct_reclaim_hook,  &page_mapcount_hook, &alloc_gfp_hook,
+	&slab_alloc_hook,  &slab_free_hook,	 &save_vmalloc_stack_hook, &show_stack_hash_hook,
+	&kswapd_done_hook, &alloc_slowpath_hook, &direct_reclaim_hook,	   &page_mapcount_hook,
+	&alloc_gfp_hook,   &madvise_abort_hook,	 &compact_abort_hook,
 };
 
 static void arm(struct hook *hook)

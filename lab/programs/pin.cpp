@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: GPL-2.0-only
+// pin NAME HOW: a task of that name takes a page and pins it. HOW: "pin" by pin_user_pages, "get"
+// by get_user_pages, "add" and "page" by the pin bridge; "movable" as pin, but of a page that is
+// not in a CMA area, as those of all the others are. Prints the page's frame number in hexadecimal.
+#include <cstdint>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+#include <vector>
+
+#include "failure.h"
+
+namespace
+{
+
+constexpr std::size_t page_size = 4096;
+
+struct range {
+	std::uint64_t first, end;
+};
+
+std::uint64_t number(const std::filesystem::path &path)
+{
+	std::ifstream file(path);
+	std::uint64_t value = 0;
+
+	file >> value;
+	return value;
+}
+
+std::vector<range> cma_areas()
+{
+	std::vector<range> areas;
+
+	for (const auto &area : std::filesystem::directory_iterator("/sys/kernel/debug/cma")) {
+		const std::uint64_t base = number(area.path() / "base_pfn");
+
+		areas.push_back({base, base + number(area.path() / "count")});
+	}
+	return areas;
+}
+
+std::uint64_t pfn_of(int pagemap, const char *address)
+{
+	constexpr std::uint64_t pfn_mask = (std::uint64_t{1} << 55) - 1;
+	std::uint64_t entry = 0;
+	const auto at = static_cast<off_t>(reinterpret_cast<std::uintptr_t>(address) / page_size *
+					   sizeof(entry));
+
+	if (pread(pagemap, &entry, sizeof(entry), at) != sizeof(entry))
+		lab::fail("the page map cannot be read");
+	return entry & pfn_mask;
+}
+
+struct found_page {
+	char *address;
+	std::uint64_t pfn;
+};
+
+// The kernel gives out CMA pages once they are more than half of what is free, so memory is filled
+// until it does.
+found_page find_page(bool cma)
+{
+	const std::size_t most = 200u << 20;
+	const std::vector<range> areas = cma_areas();
+	const int pagemap = lab::must(open("/proc/self/pagemap", O_RDONLY), "pagemap");
+	auto *memory = static_cast<char *>(
+		mmap(nullptr, most, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+
+	for (char *page = memory; page < memory + most; page += page_size) {
+		*page = 1;
+		const std::uint64_t pfn = pfn_of(pagemap, page);
+		bool in_area = false;
+
+		for (const range &area : areas)
+			in_area |= pfn >= area.first && pfn < area.end;
+		if (in_area == cma)
+			return {page, pfn};
+	}
+	lab::fail("the kernel gave out no such page");
+}
+
+// The kernel's own test of its pinning functions; see its mm/gup_test.
+struct gup_test {
+	std::uint64_t get_usec, put_usec, address, size;
+	std::uint32_t pages_per_call, gup_flags, test_flags, which_pages[8];
+};
+
+void kernel_test(unsigned command, const char *address)
+{
+	constexpr std::uint32_t foll_write = 1;
+	gup_test test = {};
+	const int fd = lab::must(open("/sys/kernel/debug/gup_test", O_RDWR), "gup_test");
+
+	test.address = reinterpret_cast<std::uintptr_t>(address);
+	test.size = page_size;
+	test.pages_per_call = 1;
+	test.gup_flags = foll_write;
+	lab::must(ioctl(fd, _IOC(_IOC_READ | _IOC_WRITE, 'g', command, sizeof(test)), &test),
+		  "gup_test");
+	close(fd);
+}
+
+void bridge(const std::string &how, const char *address)
+{
+	char text[32];
+	const int fd = lab::must(open("/sys/kernel/debug/pin_bridge/pin", O_WRONLY), "pin_bridge");
+	const int size = std::snprintf(text, sizeof(text), "%s %lx", how.c_str(),
+				       reinterpret_cast<std::uintptr_t>(address));
+
+	lab::must(write(fd, text, size), "pin_bridge");
+	close(fd);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+	constexpr unsigned get_user_pages = 4;
+	constexpr unsigned pin_user_pages = 5;
+
+	if (argc != 3)
+		lab::fail("usage: pin NAME pin|get|add|page|movable");
+
+	const std::string how = argv[2];
+	const found_page page = find_page(how != "movable");
+
+	prctl(PR_SET_NAME, argv[1]);
+	if (how == "pin" || how == "movable")
+		kernel_test(pin_user_pages, page.address);
+	else if (how == "get")
+		kernel_test(get_user_pages, page.address);
+	else
+		bridge(how, page.address);
+	std::printf("0x%lx\n", page.pfn);
+	return 0;
+}

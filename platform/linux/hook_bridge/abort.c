@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/* Hooks that ask whether to go on. Where a probe says no, the asking function returns at once. */
+#include <linux/errno.h>
+#include <linux/export.h>
+#include <linux/kprobes.h>
+#include <linux/mm_types.h>
+#include <linux/pagewalk.h>
+#include <linux/ptrace.h>
+#include <linux/sched.h>
+/* Needs the ones above. */
+#include <linux/compaction.h>
+
+#include "bridge.h"
+#include "hooks.h"
+
+/* Makes the probed function return a value instead of running; the result is the handler's. */
+static int return_early(struct pt_regs *regs, long value)
+{
+	regs->regs[0] = value;
+	instruction_pointer_set(regs, procedure_link_pointer(regs));
+	return 1;
+}
+NOKPROBE_SYMBOL(return_early);
+
+/* Madvise: the walk over a range stops at its next step, as for a fatal signal. */
+
+static int on_madvise(struct kprobe *probe, struct pt_regs *regs);
+
+static struct kprobe madvise_probe = {.pre_handler = on_madvise};
+
+static int start_madvise(void)
+{
+	return probe_start(&madvise_probe);
+}
+
+static void stop_madvise(void)
+{
+	probe_stop(&madvise_probe);
+}
+
+DEFINE_TRACE_FN(android_vh_madvise_cold_or_pageout_abort, start_madvise, stop_madvise,
+		TP_PROTO(struct vm_area_struct *vma, bool *abort), TP_ARGS(vma, abort));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_madvise_cold_or_pageout_abort);
+
+static int on_madvise(struct kprobe *probe, struct pt_regs *regs)
+{
+	const struct mm_walk *walk = (const struct mm_walk *)regs->regs[3];
+	bool abort = false;
+
+	trace_android_vh_madvise_cold_or_pageout_abort(walk->vma, &abort);
+	return abort ? return_early(regs, -EINTR) : 0;
+}
+NOKPROBE_SYMBOL(on_madvise);
+
+static int arm_madvise(void)
+{
+	return probe_add(&madvise_probe, "madvise_cold_or_pageout_pte_range");
+}
+
+static void disarm_madvise(void)
+{
+	probe_remove(&madvise_probe);
+}
+
+struct hook madvise_abort_hook = {
+	.name = "android_vh_madvise_cold_or_pageout_abort",
+	.source = "madvise_cold_or_pageout_pte_range",
+	.arm = arm_madvise,
+	.disarm = disarm_madvise,
+};
+
+/* Compaction: it asks after each block whether it is done. */
+
+static int on_compact(struct kprobe *probe, struct pt_regs *regs);
+
+static struct kprobe compact_probe = {.pre_handler = on_compact};
+
+static int start_compact(void)
+{
+	return probe_start(&compact_probe);
+}
+
+static void stop_compact(void)
+{
+	probe_stop(&compact_probe);
+}
+
+DEFINE_TRACE_FN(android_vh_compact_finished, start_compact, stop_compact, TP_PROTO(bool *abort),
+		TP_ARGS(abort));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_compact_finished);
+
+static int on_compact(struct kprobe *probe, struct pt_regs *regs)
+{
+	bool abort = false;
+
+	trace_android_vh_compact_finished(&abort);
+	return abort ? return_early(regs, COMPACT_CONTENDED) : 0;
+}
+NOKPROBE_SYMBOL(on_compact);
+
+static int arm_compact(void)
+{
+	return probe_add(&compact_probe, "__compact_finished");
+}
+
+static void disarm_compact(void)
+{
+	probe_remove(&compact_probe);
+}
+
+struct hook compact_abort_hook = {
+	.name = "android_vh_compact_finished",
+	.source = "__compact_finished",
+	.arm = arm_compact,
+	.disarm = disarm_compact,
+};

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: GPL-2.0-only
+/*
+ * Pins that a stock kernel offers no handy way to. try_grab_page is gone from newer kernels: a
+ * function of that name stands in for it, for probes to find. folio_add_pin is there and hardly
+ * ever called. Writing "page ADDRESS" or "add ADDRESS" to the debugfs file pin_bridge/pin pins the
+ * page at an address of the writer, passes it through the one or the other, and lets it go again.
+ */
+#define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
+
+#include <linux/debugfs.h>
+#include <linux/kprobes.h>
+#include <linux/mm.h>
+#include <linux/module.h>
+#include <linux/string.h>
+#include <linux/uaccess.h>
+/* For the flags of the kernel's own page grabbing functions. */
+#include <mm/internal.h>
+
+static struct dentry *directory;
+static void (*add_pin)(struct folio *folio);
+
+int try_grab_page(struct page *page, unsigned int flags);
+
+/* The caller has pinned the page; being called is all that a probe wants. */
+noinline int try_grab_page(struct page *page, unsigned int flags)
+{
+	barrier();
+	return 0;
+}
+
+static int pin(const char *how, unsigned long address)
+{
+	struct page *page;
+	int pinned = pin_user_pages_fast(address & PAGE_MASK, 1, 0, &page);
+
+	if (pinned != 1)
+		return pinned < 0 ? pinned : -EFAULT;
+	if (!strcmp(how, "add")) {
+		add_pin(page_folio(page));
+		unpin_user_page(page);
+	} else {
+		try_grab_page(page, FOLL_PIN);
+	}
+	unpin_user_page(page);
+	return 0;
+}
+
+static ssize_t pin_write(struct file *file, const char __user *user, size_t size, loff_t *pos)
+{
+	char text[32];
+	char how[8];
+	unsigned long address;
+	int err;
+
+	if (size >= sizeof(text))
+		return -EINVAL;
+	if (copy_from_user(text, user, size))
+		return -EFAULT;
+	text[size] = 0;
+	if (sscanf(text, "%7s %lx", how, &address) != 2)
+		return -EINVAL;
+	if (strcmp(how, "page") && (strcmp(how, "add") || !add_pin))
+		return -EINVAL;
+	err = pin(how, address);
+	return err ? err : size;
+}
+
+static const struct file_operations pin_fops = {.owner = THIS_MODULE, .write = pin_write};
+
+static int __init pin_bridge_init(void)
+{
+	struct kprobe probe = {.symbol_name = "folio_add_pin"};
+
+	if (!register_kprobe(&probe)) {
+		add_pin = (void *)probe.addr;
+		unregister_kprobe(&probe);
+	}
+	directory = debugfs_create_dir("pin_bridge", NULL);
+	debugfs_create_file("pin", 0200, directory, NULL, &pin_fops);
+	return 0;
+}
+
+static void __exit pin_bridge_exit(void)
+{
+	debugfs_remove(directory);
+}
+
+module_init(pin_bridge_init);
+module_exit(pin_bridge_exit);
+MODULE_LICENSE("GPL");
+MODULE_DESCRIPTION("Page pins for a stock kernel");
