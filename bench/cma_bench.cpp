@@ -46,8 +46,11 @@ private:
 	hosted::loaded_module module_;
 	// As deep as a driver's allocation.
 	const std::vector<unsigned long> stack_ = [] {
+		constexpr int depth = 12;
 		std::vector<unsigned long> frames;
-		for (int i = 0; i < 12; i++)
+
+		frames.reserve(depth);
+		for (int i = 0; i < depth; i++)
 			frames.push_back(
 				hosted::symbol_address(fmt::format("frame_{}", i), 0x20, 0x80));
 		return frames;
