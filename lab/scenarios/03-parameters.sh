@@ -6,6 +6,11 @@
 load ember tarn_smmu hook_bridge tarn_mem_adapter
 
 cat >wanted <<END
+644 abort_compact 0
+644 abort_madvise 0
+644 cma_show_backtrace 0
+644 cma_target linux,cma
+644 cma_warn_limit_permillage 850
 444 memtrack_init_state 0
 444 netlink_init 0
 644 slab_k 1048576
