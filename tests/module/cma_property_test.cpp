@@ -143,7 +143,7 @@ TEST_F(cma_property, records_follow_the_model)
 
 TEST_F(cma_property, records_cover_exactly_what_is_taken)
 {
-	EXPECT_TRUE(rc::check([&](std::vector<std::uint8_t> sizes) {
+	EXPECT_TRUE(rc::check([&](const std::vector<std::uint8_t> &sizes) {
 		std::vector<std::pair<page *, unsigned long>> held;
 		for (const unsigned long size : sizes) {
 			if (size % 2 == 0 && !held.empty()) {

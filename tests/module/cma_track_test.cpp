@@ -20,7 +20,7 @@ TEST_F(cma_track, a_release_takes_the_first_record_that_it_shares_a_frame_with)
 	const auto left_by = [&](unsigned long pfn, unsigned long count) {
 		tell_alloc(area, 5000, 8);
 		tell_release(area, pfn, count);
-		const lines left = listed(area);
+		lines left = listed(area);
 		tell_release(area, 5000, 8);
 		return left;
 	};
@@ -118,9 +118,9 @@ TEST_F(cma_track, the_target_warns_once_above_its_limit)
 
 TEST_F(cma_track, the_backtrace_switch_logs_both_ends_of_a_record)
 {
-	std::vector<unsigned long> callers;
+	std::vector<unsigned long> callers(12);
 	for (int i = 0; i < 12; i++)
-		callers.push_back(symbol_address(fmt::format("caller_{}", i), 4, 8));
+		callers[i] = symbol_address(fmt::format("caller_{}", i), 4, 8);
 	const frame_scope in(callers);
 	page *quiet = cma_alloc(area, 8);
 	set_parameter("cma_show_backtrace", "1");

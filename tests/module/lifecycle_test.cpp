@@ -29,10 +29,10 @@ TEST_F(lifecycle, the_module_starts_with_what_it_can_get)
 	constexpr const char *messages[] = {
 		"[tarn_mem_adapter_init] tarn_updata_page_mapcount register fail, ret -12.",
 		"[tarn_mem_adapter_init] vh_customize_alloc_gfp register fail, ret -12.",
-		"[register_abort_mm_opt_vendor_hooks] "
-		"register_trace_android_vh_madvise_cold_or_pageout_abort failed! ret=-12",
-		"[register_abort_mm_opt_vendor_hooks] "
-		"register_trace_android_vh_compact_finished failed! ret=-12",
+		("[register_abort_mm_opt_vendor_hooks] "
+		 "register_trace_android_vh_madvise_cold_or_pageout_abort failed! ret=-12"),
+		("[register_abort_mm_opt_vendor_hooks] "
+		 "register_trace_android_vh_compact_finished failed! ret=-12"),
 		"failed to create mm_event kobject", "failed to register mm_event group",
 		hook_failed, hook_failed, hook_failed,
 		// CMA: the depot, two tracepoints, each found and attached to, then a directory,
