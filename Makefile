@@ -14,10 +14,12 @@ CACHE ?= filp
 
 # What make ko builds for, and with which tools.
 KDIR ?=
-KO_FLAGS = $(foreach v,ARCH CROSS_COMPILE LLVM KBUILD_EXTRA_SYMBOLS TARN_PLATFORM,$(if $($(v)),$(v)=$($(v))))
+KO_FLAGS = $(foreach v,ARCH CROSS_COMPILE LLVM KBUILD_EXTRA_SYMBOLS TARN_PLATFORM,$(if $($(v)),$(v)="$($(v))"))
 # The lab's kernel: DEBUG=1 takes the one that checks itself. SCENARIO runs those with that name only.
 FLAVOUR := $(if $(filter-out 0,$(DEBUG)),debug,plain)
 LAB = $(BUILD)/lab/$(FLAVOUR)
+LAB_RUN = lab/run.sh $(if $(filter debug,$(FLAVOUR)),--debug) --out $(LAB)
+LAB_PARTS = "$$(lab/build_kernel.sh $(FLAVOUR))" $(LAB)/ko $(BUILD)/arm64/bin
 SCENARIO ?=
 
 .PHONY: help run test check bench stats fuzz tidy format-check format clean deps deps-check \
