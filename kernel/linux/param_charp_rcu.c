@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <linux/compiler.h>
+#include <asm/barrier.h>
 #include <linux/errno.h>
 #include <linux/kernel.h>
 #include <linux/rcupdate.h>
@@ -23,7 +23,8 @@ static int set(const char *value, const struct kernel_param *kp)
 	text = kstrdup(value, GFP_KERNEL);
 	if (!text)
 		return -ENOMEM;
-	WRITE_ONCE(*param->variable, text);
+	/* The text before the pointer to it. */
+	smp_store_release(param->variable, text);
 	param->allocated = text;
 	synchronize_rcu();
 	kfree(old);

@@ -36,6 +36,11 @@ static_assert(_SLAB_FLAGS_LAST_BIT < 32, "no flag of a cache is unused");
 #define SPARE_SLAB_FLAG 1U
 #endif
 
+/* Before 6.8 the largest order went by another name. */
+#ifndef NR_PAGE_ORDERS
+#define NR_PAGE_ORDERS (MAX_ORDER + 1)
+#endif
+
 /* What the interface embeds by value is aligned to 8 bytes there. */
 #define SIZE(symbol, type)                                                                         \
 	do {                                                                                       \

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <linux/kernel.h>
 #include <linux/kprobes.h>
+#include <linux/module.h>
 
 #include "symbols.h"
 
@@ -23,6 +24,9 @@ static void *find(lookup_fn lookup, const char *name, const char *without)
 {
 	void *symbol = lookup ? (void *)lookup(name) : NULL;
 
+	/* The lookup goes on to modules, and this one has functions of the same names. */
+	if (within_module((unsigned long)symbol, THIS_MODULE))
+		symbol = NULL;
 	if (!symbol)
 		pr_warn("%s: the kernel has no %s: %s\n", KBUILD_MODNAME, name, without);
 	return symbol;

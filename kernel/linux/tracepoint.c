@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <linux/printk.h>
 #include <linux/string.h>
 #include <linux/tracepoint.h>
 
@@ -22,6 +23,9 @@ struct tracepoint *helper_find_tracepoint(const char *name)
 	struct search search = {.name = name};
 
 	for_each_kernel_tracepoint(compare, &search);
+	if (!search.found)
+		pr_warn("%s: the kernel has no tracepoint %s: what rests on it stays off\n",
+			KBUILD_MODNAME, name);
 	return search.found;
 }
 
