@@ -34,7 +34,7 @@ public:
 		say(module_says("show_pinner", task + " try_grab_folio [0x1000-0x100f]"));
 	}
 
-	bool run(const watch_limits &limits, bool json = false)
+	bool run(const follow_limits &limits, bool json = false)
 	{
 		return follow_pins(log, limits,
 				   {json,

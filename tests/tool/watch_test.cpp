@@ -59,7 +59,7 @@ public:
 		EXPECT_EQ(send(ours.get(), &f, size, 0), static_cast<ssize_t>(size));
 	}
 
-	bool run(const watch_limits &limits, bool json = false)
+	bool run(const follow_limits &limits, bool json = false)
 	{
 		return watch(channel, limits,
 			     {json, [this](const std::string &line) { lines.push_back(line); },

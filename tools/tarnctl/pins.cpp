@@ -75,7 +75,7 @@ std::string pin_json(const pin &p)
 	return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-bool follow_pins(kernel_log &log, const watch_limits &limits, const watch_output &output)
+bool follow_pins(kernel_log &log, const follow_limits &limits, const follow_output &output)
 {
 	using clock = std::chrono::steady_clock;
 	stop_signals signals;

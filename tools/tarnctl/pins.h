@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "follow.h"
 #include "kernel_log.h"
-#include "watch.h"
 
 namespace tarn
 {
@@ -30,6 +30,6 @@ std::string pin_json(const pin &p);
 
 // Shows the pins that the log has and brings, until a limit is reached or a signal asks to end.
 // False if the time was over before the count was reached.
-bool follow_pins(kernel_log &log, const watch_limits &limits, const watch_output &output);
+bool follow_pins(kernel_log &log, const follow_limits &limits, const follow_output &output);
 
 } // namespace tarn

@@ -53,7 +53,7 @@ std::string notification_line(const notification &n, bool json)
 
 } // namespace
 
-bool watch(lmkd_channel &channel, const watch_limits &limits, const watch_output &output)
+bool watch(lmkd_channel &channel, const follow_limits &limits, const follow_output &output)
 {
 	using clock = std::chrono::steady_clock;
 	constexpr milliseconds forever{-1};
