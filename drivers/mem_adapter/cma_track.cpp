@@ -121,7 +121,9 @@ void cma_show_when_exceed(const char *target)
 	WRITE_ONCE(print_it, true);
 }
 
-// The first record that a released range belongs to, or null.
+// The first record that a released range belongs to, or null. The kernel frees a range before it
+// tells of the release: one who takes it again in between may be told first, and loses its record
+// to the release while the former owner's stays. Its range is then listed under the former owner.
 struct cma_stackinfo *find_released(const char *name, unsigned long start, unsigned long end)
 	REQUIRES(cma_lock)
 {

@@ -121,26 +121,26 @@ void bad_pointers(const lab::memcheck_file &device)
 void readouts(const lab::memcheck_file &device)
 {
 	struct readout {
-		std::uint32_t type;
 		std::uint64_t size;
+		std::uint32_t type;
 		int error;
 	};
 	constexpr readout readouts[] = {
-		{MEMTYPE_SLUB, 0, EINVAL},
-		{MEMTYPE_SLUB, MEMCHECK_MAX_SIZE + 1, EINVAL},
-		{MEMTYPE_SLUB, std::uint64_t{1} << 32, EINVAL},
-		{MEMTYPE_SLUB, ~std::uint64_t{0}, EINVAL},
-		{MEMTYPE_SLUB, ~std::uint64_t{0} - 15, EINVAL},
-		{1, 0, EINVAL},
-		{0, 100, EINVAL},
-		{1, 100, EINVAL},
-		{8, 100, EINVAL},
-		{~6u, 100, EINVAL},
-		{MEMTYPE_SLUB, MEMCHECK_MAX_SIZE, 0},
-		{MEMTYPE_SLUB, 1, 0},
-		{MEMTYPE_VMALLOC, 100, 0},
-		{MEMTYPE_SLUB | MEMTYPE_VMALLOC, 100, 0},
-		{~0u, 100, 0},
+		{0, MEMTYPE_SLUB, EINVAL},
+		{MEMCHECK_MAX_SIZE + 1, MEMTYPE_SLUB, EINVAL},
+		{std::uint64_t{1} << 32, MEMTYPE_SLUB, EINVAL},
+		{~std::uint64_t{0}, MEMTYPE_SLUB, EINVAL},
+		{~std::uint64_t{0} - 15, MEMTYPE_SLUB, EINVAL},
+		{0, 1, EINVAL},
+		{100, 0, EINVAL},
+		{100, 1, EINVAL},
+		{100, 8, EINVAL},
+		{100, ~6u, EINVAL},
+		{MEMCHECK_MAX_SIZE, MEMTYPE_SLUB, 0},
+		{1, MEMTYPE_SLUB, 0},
+		{100, MEMTYPE_VMALLOC, 0},
+		{100, MEMTYPE_SLUB | MEMTYPE_VMALLOC, 0},
+		{100, ~0u, 0},
 	};
 	std::vector<char> memory(sizeof(memcheck_info) + MEMCHECK_MAX_SIZE);
 
