@@ -9,6 +9,7 @@
 #include <hosted/sched.h>
 #include <kernel/err.h>
 #include <kernel/kthread.h>
+#include <kernel/process.h>
 
 using namespace hosted;
 
@@ -66,6 +67,7 @@ task_struct *spawn_thread(int (*function)(void *data), void *data, std::string_v
 {
 	auto *task = new task_struct(comm, new_pid());
 	task->state = task_uninterruptible;
+	task->flags = PF_KTHREAD;
 	task->thread.reset(
 		new kernel_thread{.function = function, .data = data, .of_kernel = of_kernel});
 	const std::lock_guard guard(the_scheduler().lock);

@@ -6,9 +6,14 @@
 #include <string>
 
 #include <hosted/core.h>
+#include <hosted/cpumask.h>
+#include <hosted/debug_symbol.h>
+#include <hosted/fs.h>
 #include <hosted/judge.h>
 #include <hosted/leftovers.h>
 #include <hosted/memory.h>
+#include <hosted/process.h>
+#include <hosted/reclaim.h>
 #include <hosted/workqueue.h>
 
 namespace hosted
@@ -22,6 +27,11 @@ void reset()
 {
 	reset_core();
 	reset_memory();
+	reset_fs();
+	reset_reclaim();
+	reset_processes();
+	reset_cpus();
+	reset_debug_symbols();
 }
 
 } // namespace

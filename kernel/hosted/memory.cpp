@@ -2,8 +2,10 @@
 #include <hosted/memory.h>
 
 #include <hosted/cma.h>
+#include <hosted/dma.h>
 #include <hosted/kprobes.h>
 #include <hosted/page_frames.h>
+#include <hosted/pgtable.h>
 #include <hosted/slab.h>
 #include <hosted/stackdepot.h>
 #include <hosted/tracepoint.h>
@@ -20,4 +22,6 @@ void hosted::reset_memory()
 	reset_stackdepot();
 	reset_vmalloc();
 	reset_statistics();
+	reset_page_tables();
+	reset_dma();
 }

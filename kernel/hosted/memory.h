@@ -5,8 +5,8 @@ namespace hosted
 {
 
 // Brings the memory side back to a machine just booted: slab caches, vmalloc and CMA areas, page
-// frames, tracepoints, kprobes and statistics. Stops the program if the module left anything there.
-// Process context.
+// frames, page tables, device mappings, tracepoints, kprobes and statistics. Stops the program if
+// the module left anything there. Process context.
 void reset_memory();
 
 } // namespace hosted

@@ -9,6 +9,7 @@
 #include <kernel/mm.h>
 
 struct page {
+	std::atomic<unsigned long> flags{0};
 	std::atomic<unsigned long> compound_head{0};
 	std::atomic<int> refcount{1};
 	std::atomic<unsigned> folio_pages{1}; // of a head

@@ -49,7 +49,7 @@ inline void unpoison(const unsigned char *at, std::size_t bytes)
 {
 	if constexpr (judging)
 		if (*at != free_byte || std::memcmp(at, at + 1, bytes - 1) != 0)
-			judge_stop("use after free", "a free slab object was written to");
+			judge_stop("use after free", "free memory was written to");
 }
 
 #endif

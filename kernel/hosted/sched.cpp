@@ -89,6 +89,12 @@ void set_current_state(int state)
 	self().task->state.store(state, std::memory_order_relaxed);
 }
 
+void give_way()
+{
+	if (self().task->need_resched.exchange(false, std::memory_order_relaxed))
+		std::this_thread::yield();
+}
+
 void settle()
 {
 	scheduler &s = the_scheduler();
@@ -119,6 +125,7 @@ void schedule(void)
 	thread_context &ctx = self();
 	if (judging && atomic_context(ctx))
 		judge_stop("sleep in atomic context", "schedule");
+	ctx.task->need_resched.store(false, std::memory_order_relaxed);
 	{
 		std::unique_lock lock(the_scheduler().lock);
 		if (!may_run(*ctx.task)) {
@@ -141,10 +148,12 @@ struct task_struct *helper_current(void)
 
 int helper_task_pid(const struct task_struct *task)
 {
+	check_task_use(*task);
 	return task->pid;
 }
 
 const char *helper_task_comm(const struct task_struct *task)
 {
+	check_task_use(*task);
 	return task->comm;
 }

@@ -21,6 +21,8 @@ scheduler &the_scheduler();
 bool wake_task(task_struct &task, unsigned states);
 // Announces what schedule() is to do. Takes the scheduler's lock.
 void set_current_state(int state);
+// Lets others run if the current task is to give way.
+void give_way();
 
 // The rest is called with the scheduler's lock held.
 

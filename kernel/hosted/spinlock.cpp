@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <hosted/irqs_off.h>
 #include <hosted/lockdep.h>
-#include <kernel/spinlock.h>
+#include <hosted/spinlock.h>
 #include <new>
 #include <thread>
 #include <type_traits>
@@ -52,10 +52,71 @@ void wait_until_free(const spinlock &lock)
 	}
 }
 
+inline void check_before_taking(const thread_context &ctx, const spinlock &spin)
+{
+	if constexpr (judging) {
+		if (spin.magic != spinlock_magic) [[unlikely]]
+			judge_stop("spinlock", "the lock was never initialised");
+		if (spin.owner.load(std::memory_order_relaxed) == &ctx) [[unlikely]]
+			judge_stop("spinlock taken twice", lock_class_name(spin.lock_class));
+		check_lock_order(ctx, spin.lock_class);
+	}
+}
+
+inline void take(thread_context &ctx, raw_spinlock_t *lock)
+{
+	spinlock &spin = real(lock);
+
+	ctx.preempt_count += preempt_unit;
+	while (spin.locked.exchange(true, std::memory_order_acquire))
+		[[unlikely]] wait_until_free(spin);
+	if constexpr (judging) {
+		spin.owner.store(&ctx, std::memory_order_relaxed);
+		push_held_lock(ctx, lock, spin.lock_class);
+	}
+}
+
+inline void release(thread_context &ctx, raw_spinlock_t *lock)
+{
+	spinlock &spin = real(lock);
+
+	if constexpr (judging) {
+		if (spin.magic != spinlock_magic) [[unlikely]]
+			judge_stop("spinlock", "the lock was never initialised");
+		if (spin.owner.load(std::memory_order_relaxed) != &ctx) [[unlikely]]
+			judge_stop("spinlock released by a thread that does not hold it",
+				   lock_class_name(spin.lock_class));
+		spin.owner.store(nullptr, std::memory_order_relaxed);
+		pop_held_lock(ctx, lock);
+	}
+	spin.locked.store(false, std::memory_order_release);
+	ctx.preempt_count -= preempt_unit;
+}
+
 } // namespace
 
 namespace hosted
 {
+
+void spin_lock(raw_spinlock_t &lock) NO_THREAD_SAFETY_ANALYSIS
+{
+	thread_context &ctx = self();
+
+	check_before_taking(ctx, real(&lock));
+	take(ctx, &lock);
+}
+
+void spin_unlock(raw_spinlock_t &lock) NO_THREAD_SAFETY_ANALYSIS
+{
+	release(self(), &lock);
+}
+
+bool holds(const raw_spinlock_t &lock)
+{
+	const auto &spin = reinterpret_cast<const spinlock &>(lock.storage);
+
+	return spin.owner.load(std::memory_order_relaxed) == &self();
+}
 
 irqs_off_timer::irqs_off_timer()
 {
@@ -89,26 +150,13 @@ void helper_raw_spin_lock_init(raw_spinlock_t *lock, const char *name, struct lo
 unsigned long _raw_spin_lock_irqsave(raw_spinlock_t *lock) NO_THREAD_SAFETY_ANALYSIS
 {
 	thread_context &ctx = self();
-	spinlock &spin = real(lock);
 	const unsigned long flags = ctx.irqs_off;
 
-	if constexpr (judging) {
-		if (spin.magic != spinlock_magic) [[unlikely]]
-			judge_stop("spinlock", "the lock was never initialised");
-		if (spin.owner.load(std::memory_order_relaxed) == &ctx) [[unlikely]]
-			judge_stop("spinlock taken twice", lock_class_name(spin.lock_class));
-		check_lock_order(ctx, spin.lock_class);
-	}
+	check_before_taking(ctx, real(lock));
 	if (timer && !flags) [[unlikely]]
 		timer->begin();
 	ctx.irqs_off = true;
-	ctx.preempt_count += preempt_unit;
-	while (spin.locked.exchange(true, std::memory_order_acquire))
-		[[unlikely]] wait_until_free(spin);
-	if constexpr (judging) {
-		spin.owner.store(&ctx, std::memory_order_relaxed);
-		push_held_lock(ctx, lock, spin.lock_class);
-	}
+	take(ctx, lock);
 	return flags;
 }
 
@@ -116,19 +164,8 @@ void _raw_spin_unlock_irqrestore(raw_spinlock_t *lock,
 				 unsigned long flags) NO_THREAD_SAFETY_ANALYSIS
 {
 	thread_context &ctx = self();
-	spinlock &spin = real(lock);
 
-	if constexpr (judging) {
-		if (spin.magic != spinlock_magic) [[unlikely]]
-			judge_stop("spinlock", "the lock was never initialised");
-		if (spin.owner.load(std::memory_order_relaxed) != &ctx) [[unlikely]]
-			judge_stop("spinlock released by a thread that does not hold it",
-				   lock_class_name(spin.lock_class));
-		spin.owner.store(nullptr, std::memory_order_relaxed);
-		pop_held_lock(ctx, lock);
-	}
-	spin.locked.store(false, std::memory_order_release);
-	ctx.preempt_count -= preempt_unit;
+	release(ctx, lock);
 	ctx.irqs_off = flags != 0;
 	if (timer && !flags) [[unlikely]]
 		timer->end();

@@ -4,11 +4,15 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <hosted/judge.h>
+#include <hosted/spinlock.h>
 #include <hosted/tasks.h>
 #include <kernel/sched.h>
 #include <memory>
 #include <mutex>
 #include <thread>
+
+struct mm_struct;
 
 namespace hosted
 {
@@ -29,7 +33,12 @@ struct kernel_thread {
 	std::thread host{};
 };
 
+struct process; // a thread group
+
 int new_pid();
+[[noreturn]] void stop_task_use();
+// Whether this thread holds the alloc_lock of any task. For a build that judges only.
+bool holds_task_lock();
 
 // A parked kernel thread, which wake_up_process starts.
 task_struct *spawn_thread(int (*function)(void *data), void *data, std::string_view comm,
@@ -39,8 +48,8 @@ int end_thread(task_struct *task);
 
 } // namespace hosted
 
-struct task_struct {
-	task_struct(std::string_view name, int number);
+struct CAPABILITY("task") task_struct {
+	task_struct(std::string_view name, int number, hosted::process *of = nullptr);
 
 	char comm[TASK_COMM_LEN];
 	int pid;
@@ -48,4 +57,30 @@ struct task_struct {
 	std::atomic<int> state{hosted::task_running};
 	std::condition_variable woken;
 	std::unique_ptr<hosted::kernel_thread> thread;
+
+	// PF_*, written by the task itself or by who makes it
+	std::atomic<unsigned> flags{0};
+	std::atomic<bool> need_resched{false};
+	std::atomic<bool> memdie{false};
+	raw_spinlock_t alloc_lock{};
+	mm_struct *mm GUARDED_BY(alloc_lock) = nullptr;
+	// null for a task that is not on the list of processes and belongs to who made it
+	hosted::process *const group;
+	std::atomic<task_struct *> next_thread{nullptr};
 };
+
+namespace hosted
+{
+
+// Stops the use of a task that may be freed at any moment.
+inline void check_task_use(const task_struct &task)
+{
+	if constexpr (judging) {
+		const thread_context &ctx = self();
+		if (task.group && ctx.rcu_depth == 0 && ctx.task != &task &&
+		    !holds(task.alloc_lock)) [[unlikely]]
+			stop_task_use();
+	}
+}
+
+} // namespace hosted

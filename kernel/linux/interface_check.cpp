@@ -2,11 +2,13 @@
 // What the interface says of the kernel in C++, held against what the kernel says of itself.
 #include <kernel/atomic.h>
 #include <kernel/cma.h>
+#include <kernel/dma.h>
 #include <kernel/err.h>
 #include <kernel/gfp.h>
 #include <kernel/mm.h>
 #include <kernel/netlink.h>
 #include <kernel/notifier.h>
+#include <kernel/process.h>
 #include <kernel/rbtree.h>
 #include <kernel/sched.h>
 #include <kernel/slab.h>
@@ -23,6 +25,11 @@ static_assert(__GFP_KSWAPD_RECLAIM == NATIVE_GFP_KSWAPD_RECLAIM);
 static_assert(TASK_COMM_LEN == NATIVE_TASK_COMM_LEN);
 static_assert(TASK_INTERRUPTIBLE == NATIVE_TASK_INTERRUPTIBLE);
 static_assert(TASK_NORMAL == NATIVE_TASK_NORMAL);
+
+static_assert(TASK_UNINTERRUPTIBLE == NATIVE_TASK_UNINTERRUPTIBLE);
+static_assert(PF_MEMALLOC == NATIVE_PF_MEMALLOC);
+static_assert(PF_KTHREAD == NATIVE_PF_KTHREAD);
+static_assert(DMA_NONE == NATIVE_DMA_NONE);
 
 static_assert(MSG_DONTWAIT == NATIVE_MSG_DONTWAIT);
 static_assert(NLMSG_HDRLEN == NATIVE_NLMSG_HDRLEN);

@@ -45,4 +45,6 @@ void find_kernel_symbols(void)
 		find(lookup, "cma_for_each_area", "no CMA area is reported on");
 	kernel_symbols.get_pfnblock_flags_mask =
 		find(lookup, "get_pfnblock_flags_mask", "no pin of a CMA page is reported");
+	kernel_symbols.set_swapper_pgd =
+		find(lookup, "set_swapper_pgd", "no secure page range is changed");
 }

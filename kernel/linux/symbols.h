@@ -2,6 +2,7 @@
 /* Functions of the kernel that it does not export; null where it has none. */
 #pragma once
 
+#include <linux/pgtable.h>
 #include <linux/types.h>
 
 struct cma;
@@ -17,6 +18,7 @@ struct kernel_symbols {
 	int (*cma_for_each_area)(int (*it)(struct cma *area, void *data), void *data);
 	unsigned long (*get_pfnblock_flags_mask)(const struct page *page, unsigned long pfn,
 						 unsigned long mask);
+	void (*set_swapper_pgd)(pgd_t *entry, pgd_t value);
 };
 
 extern struct kernel_symbols kernel_symbols;

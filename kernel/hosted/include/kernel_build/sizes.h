@@ -15,6 +15,7 @@
 #define KERNEL_SIZEOF_WORK_STRUCT 32
 #define KERNEL_SIZEOF_FILE_OPERATIONS 8
 #define KERNEL_SIZEOF_KPROBE 48
+#define KERNEL_SIZEOF_ALLOC_CONTEXT 48
 
 #define KERNEL_GROUP_ATTRIBUTES 8
 
@@ -23,6 +24,14 @@
 
 #define KERNEL_MAX_PAGE_ORDER 10
 #define KERNEL_MIGRATE_CMA 3
+#define KERNEL_GFP_HIGHUSER_MOVABLE 0x2100ccau
+
+/* More than one word of CPUs. */
+#define KERNEL_NR_CPUS 96
+
+#define KERNEL_I_NEW 0x8
+#define KERNEL_I_WILL_FREE 0x10
+#define KERNEL_I_FREEING 0x20
 
 /* Zones of the node, and the items of the statistics as the 6.6 generation numbers them. */
 #define KERNEL_MAX_NR_ZONES 5
@@ -34,3 +43,5 @@
 #define KERNEL_NR_FILE_PAGES 19
 #define KERNEL_NR_SHMEM 23
 #define KERNEL_NR_SWAPCACHE 41
+
+/* The bit of a page's flags that the platform uses for secure pages. */

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: GPL-2.0-only
+#pragma once
+
+#include <kernel/debug_symbol.h>
+#include <kernel/err.h>
+
+namespace hosted
+{
+
+// Makes lookups of an index find nothing: what they return instead. Thread safe.
+void hide_debug_symbol(android_debug_symbol_index index, void *instead = ERR_PTR(-ENOENT));
+// Every symbol can be found.
+void reset_debug_symbols();
+
+} // namespace hosted

@@ -1,0 +1,48 @@
+/* SPDX-License-Identifier: GPL-2.0-only */
+/* File systems and their inodes, as far as dropping their page cache needs. */
+#pragma once
+
+#include <kernel/types.h>
+
+#ifndef KERNEL_NATIVE_TYPES
+KERNEL_C_BEGIN
+
+struct address_space;
+struct inode;
+struct super_block;
+
+/* Drops the clean, unmapped, unlocked pages of a range of page indices. Returns their number.
+ * Context: process, may sleep. */
+unsigned long invalidate_mapping_pages(struct address_space *mapping, unsigned long start,
+				       unsigned long end);
+/* Drops a reference, and the inode with the last one. Null is ignored. Context: process, may sleep.
+ */
+void iput(struct inode *inode);
+
+KERNEL_C_END
+#endif
+
+KERNEL_C_BEGIN
+
+/* Calls the debug symbol ADS_ITERATE_SUPERS by its address, which calls the callback for each file
+ * system that is mounted. Context: process, may sleep. */
+void helper_iterate_supers(void *symbol, void (*callback)(struct super_block *sb, void *arg),
+			   void *arg);
+
+/* The lock of a file system's list of inodes, outside the lock of one inode. */
+void helper_sb_inodes_lock(struct super_block *sb) ACQUIRE(sb);
+void helper_sb_inodes_unlock(struct super_block *sb) RELEASE(sb);
+struct list_head *helper_sb_inodes(struct super_block *sb);
+struct inode *helper_inode_of(struct list_head *entry);
+
+void helper_inode_lock(struct inode *inode) ACQUIRE(inode);
+void helper_inode_unlock(struct inode *inode) RELEASE(inode);
+/* KERNEL_I_* bits, under the inode's lock. */
+unsigned long helper_inode_state(const struct inode *inode) REQUIRES(inode);
+/* Takes a reference, under the inode's lock. */
+void helper_inode_get(struct inode *inode) REQUIRES(inode);
+struct address_space *helper_inode_mapping(const struct inode *inode);
+/* Whether the page cache of the mapping is empty. */
+bool helper_mapping_empty(const struct address_space *mapping);
+
+KERNEL_C_END
