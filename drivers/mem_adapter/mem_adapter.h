@@ -2,7 +2,10 @@
 // The module's face: what other modules may call, and the entries that start and stop it.
 #pragma once
 
+#include <kernel/dma.h>
 #include <kernel/mmzone.h>
+#include <kernel/pgtable.h>
+#include <kernel/sched.h>
 #include <kernel/types.h>
 
 KERNEL_C_BEGIN
@@ -28,6 +31,46 @@ unsigned long tarn_get_anon_page(void);
 unsigned long tarn_get_zram_page(void);
 // 75 % of the swap size, or 20 % where swap is larger than RAM.
 unsigned long tarn_cpa_get_zram_watermark_page(void);
+
+// Whether every zone up to an index, but for the one named "DMA32", is above its high watermark for
+// an allocation of an order, with a block for it at hand. True for a negative index, false for one
+// that no zone has. Context: any, no lock; outdated as soon as it is told.
+bool tarn_zone_watermark_ok(enum zone_type zone_index, unsigned int order);
+// The zone index of allocation flags, 0 to 2. Context: any.
+enum zone_type tarn_gfp_zone(gfp_t flags);
+
+// Freeing memory, on the caller's thread. Context: process, may sleep and take long.
+
+// One pass of direct reclaim for an allocation of size bytes. Returns the pages reclaimed. Clears
+// PF_MEMALLOC of the caller, whether it was set or not.
+unsigned long tarn_reclaim(unsigned long size);
+// What every slab shrinker can free; the clean unmapped page cache of every file system.
+void tarn_drop_slabcache(void);
+void tarn_drop_pagecache(void);
+// Full synchronous compaction of the zones up to the normal one. The arguments are ignored.
+void tarn_compact(int, unsigned int, unsigned long);
+
+// Kills expendable processes (oom_score_adj of 600 and more), largest first, until their pages come
+// to the target or twenty passes are done. Sizes are swapped pages where measure is not 0, else
+// resident ones. Returns the victims' pages. Context: process; does not sleep.
+unsigned long tarn_direct_kill(int measure, unsigned long target);
+// The first thread of a process that has its memory still, with its task lock held for the caller
+// to release; null when none has. Context: any that may take that lock.
+struct task_struct *find_task_mm(struct task_struct *p);
+
+// Maps a range of kernel addresses to a physical range with the attributes of page entries, all in
+// bytes and multiples of 4096; other input is refused. Blocks that cannot be rewritten safely are
+// left as they are. Context: process, may sleep.
+void tarn_change_secpage_range(phys_addr_t phys, unsigned long virt, unsigned long size,
+			       pgprot_t prot);
+// Sets or clears the platform's flag on each page of a table. Context: any.
+void tarn_change_page_flag(struct sg_table *table, bool set);
+// Maps a heap buffer for a device, through the platform's IOMMU module where that serves the
+// device. Returns 0 or the error of what maps. Context: as that requires.
+int tarn_heap_dma_map(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
+		      enum dma_data_direction dir, unsigned long attrs);
+void tarn_heap_dma_unmap(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
+			 enum dma_data_direction dir, unsigned long attrs);
 
 // The walk over the memory nodes, of which there is one. Not exported.
 pg_data_t *first_online_pgdat(void);

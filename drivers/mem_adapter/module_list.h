@@ -27,6 +27,18 @@
 
 // X(function) for any module, G(function) for GPL modules
 #define TARN_MODULE_EXPORTS(X, G)                                                                  \
+	X(tarn_zone_watermark_ok)                                                                  \
+	X(tarn_gfp_zone)                                                                           \
+	X(tarn_reclaim)                                                                            \
+	X(tarn_drop_slabcache)                                                                     \
+	X(tarn_drop_pagecache)                                                                     \
+	X(tarn_compact)                                                                            \
+	X(tarn_direct_kill)                                                                        \
+	X(find_task_mm)                                                                            \
+	X(tarn_change_secpage_range)                                                               \
+	X(tarn_change_page_flag)                                                                   \
+	X(tarn_heap_dma_map)                                                                       \
+	X(tarn_heap_dma_unmap)                                                                     \
 	X(tarn_get_totalreserve_pages)                                                             \
 	X(tarn_get_free_page)                                                                      \
 	X(tarn_get_file_page)                                                                      \

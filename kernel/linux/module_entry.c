@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The module as the kernel sees it: its entries, metadata, parameters and exports.
-#include <linux/dma-direction.h>
+#include <linux/dma-mapping.h>
 #include <linux/init.h>
 #include <linux/mmzone.h>
 #include <linux/module.h>
+#include <linux/pgtable.h>
 #include <linux/tracepoint.h>
 
 #include <kernel/vendor_hooks.h>
@@ -35,18 +36,6 @@ TARN_MODULE_PARAMS(PARAM)
 #define EXPORT(function) EXPORT_SYMBOL(function);
 #define EXPORT_GPL(function) EXPORT_SYMBOL_GPL(function);
 TARN_MODULE_EXPORTS(EXPORT, EXPORT_GPL)
-
-struct device;
-struct dma_buf;
-struct sg_table;
-int tarn_iommu_map_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			  enum dma_data_direction dir, unsigned long attrs);
-void tarn_iommu_unmap_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			     enum dma_data_direction dir, unsigned long attrs);
-
-/* The platform's IOMMU module is part of every platform that this module is for: without it the
- * kernel refuses the load. */
-static const void *const required[] __used = {tarn_iommu_map_dmabuf, tarn_iommu_unmap_dmabuf};
 
 #define REPORT_MISSING(hook)                                                                       \
 	if (!helper_##hook)                                                                        \

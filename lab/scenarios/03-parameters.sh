@@ -60,13 +60,23 @@ equal "target given at load" "$(cat "$parameters"/specified_target)" filp
 
 # The exports, as lists made when the guest was packed.
 sort >wanted <<END
+find_task_mm
 lmkd_notify
+tarn_change_page_flag
+tarn_change_secpage_range
+tarn_compact
 tarn_cpa_get_zram_watermark_page
+tarn_direct_kill
+tarn_drop_pagecache
+tarn_drop_slabcache
 tarn_get_anon_page
 tarn_get_file_page
 tarn_get_free_page
 tarn_get_totalreserve_pages
 tarn_get_zram_page
+tarn_gfp_zone
+tarn_heap_dma_map
+tarn_heap_dma_unmap
 tarn_meminfo_parameter_exit
 tarn_meminfo_parameter_init
 tarn_memory_event_report gpl
@@ -78,10 +88,12 @@ tarn_process_get_val
 tarn_process_leak_detect
 tarn_process_leak_read
 tarn_process_set_th
+tarn_reclaim
 tarn_should_detect_slab_leak
 tarn_should_detect_vmalloc_leak
 tarn_should_dump_unreclaim_slab
 tarn_should_dump_vmalloc
+tarn_zone_watermark_ok
 END
 diff wanted /lab/exports || fail "exports"
 while read -r name _; do

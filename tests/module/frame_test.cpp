@@ -3,6 +3,7 @@
 #include <array>
 
 #include <hosted/mm.h>
+#include <hosted/mmzone.h>
 #include <hosted/vendor_hooks.h>
 #include <hosted/vmstat.h>
 
@@ -27,7 +28,7 @@ TEST_F(frame, shows_its_parameters_and_exports)
 	EXPECT_EQ(module.image().params.size(), 14u);
 	for (const char *state : {"netlink_init", "memtrack_init_state"})
 		EXPECT_EQ(set_parameter(state, "1"), -EACCES);
-	EXPECT_EQ(module.image().exports.size(), 22u);
+	EXPECT_EQ(module.image().exports.size(), 34u);
 	for (const hosted::module_export &e : module.image().exports)
 		EXPECT_EQ(e.gpl_only, e.name == std::string("tarn_memory_event_report")) << e.name;
 }
