@@ -34,3 +34,100 @@ struct tarn_page_counts {
 #define TARN_IOC_NOTIFY_LMKD _IOW('T', 7, uint32_t)
 /* Counts an event of a type, a uint32_t; types above 7 are ignored. */
 #define TARN_IOC_REPORT_EVENT _IOW('T', 8, uint32_t)
+
+/* Memory services. Reserved members are 0, or the call fails with EINVAL. */
+
+struct tarn_watermark {
+	int32_t zone_index; /* below the number of zones; negative for none */
+	uint32_t order;
+	uint32_t ok; /* out: 1 or 0 */
+	uint32_t reserved;
+};
+
+struct tarn_reclaim_request {
+	uint64_t bytes;
+	uint64_t pages; /* out: reclaimed */
+};
+
+struct tarn_kill_request {
+	uint32_t swapped; /* 1: a process's size is its swapped pages; 0: its resident ones */
+	uint32_t reserved;
+	uint64_t target; /* pages */
+	uint64_t pages;	 /* out: the victims' */
+};
+
+/* Whether the zones up to an index have room for a block of 2^order pages. */
+#define TARN_IOC_WATERMARK _IOWR('T', 9, struct tarn_watermark)
+/* In: allocation flags; out: their zone's index. */
+#define TARN_IOC_GFP_ZONE _IOWR('T', 10, uint32_t)
+#define TARN_IOC_RECLAIM _IOWR('T', 11, struct tarn_reclaim_request)
+#define TARN_IOC_DROP_SLAB _IO('T', 12)
+#define TARN_IOC_DROP_PAGE_CACHE _IO('T', 13)
+#define TARN_IOC_COMPACT _IO('T', 14)
+/* Kills processes whose oom_score_adj is 600 or more. */
+#define TARN_IOC_KILL _IOWR('T', 15, struct tarn_kill_request)
+/* In: a process; out: its first thread that has its memory still. ESRCH where there is none. */
+#define TARN_IOC_FIND_TASK_MM _IOWR('T', 16, int32_t)
+
+/*
+ * For tests only: these tell kernel addresses and take kernel memory away from under its mapping,
+ * though never other memory than the client's own block of 4 MiB, which is allocated at the first
+ * of these calls and given back, as ordinary memory, when the client is unloaded.
+ */
+
+#define TARN_TEST_BLOCK_PAGES 1024
+
+struct tarn_test_block {
+	uint64_t address; /* in the kernel's linear map */
+	uint64_t physical;
+};
+
+enum tarn_test_access {
+	TARN_TEST_ORDINARY,
+	TARN_TEST_READ_ONLY,
+	TARN_TEST_NONE,
+};
+
+/* Pages of the block by their numbers, onto the frames of those from target on. */
+struct tarn_test_range {
+	uint32_t first;
+	uint32_t pages;
+	uint32_t target;
+	uint32_t access; /* enum tarn_test_access */
+};
+
+/* The first word of a page of the block, which is the page's number at first. */
+struct tarn_test_word {
+	uint32_t page;
+	uint32_t reserved;
+	uint64_t value;
+};
+
+/* A scatter table over pages of the block, with a page between its entries. No entries: no table.
+ */
+struct tarn_test_flags {
+	uint32_t entries;
+	uint32_t entry_bytes; /* at least 1 */
+	uint32_t set;	      /* 1 or 0 */
+	uint32_t flagged;     /* out: pages of the block that have the flag then */
+};
+
+struct tarn_test_dma {
+	int32_t dmabuf;	  /* a descriptor */
+	uint32_t iommu;	  /* 1: the device has its IOMMU-side pointer meanwhile */
+	uint64_t attrs;	  /* 0, or that the mapping leaves out the caches: 0x20 */
+	int32_t result;	  /* out: of the mapping */
+	uint32_t entries; /* out: of the buffer's table */
+	uint64_t bytes;	  /* out: mapped */
+	uint32_t same;	  /* out: 1 when the addresses are those that the heap itself maps to */
+	uint32_t reserved;
+};
+
+#define TARN_IOC_TEST_BLOCK _IOR('T', 64, struct tarn_test_block)
+#define TARN_IOC_TEST_RANGE _IOW('T', 65, struct tarn_test_range)
+/* EFAULT where the page's mapping does not allow it. */
+#define TARN_IOC_TEST_READ _IOWR('T', 66, struct tarn_test_word)
+#define TARN_IOC_TEST_WRITE _IOW('T', 67, struct tarn_test_word)
+#define TARN_IOC_TEST_PAGE_FLAGS _IOWR('T', 68, struct tarn_test_flags)
+/* Maps a buffer for a device of the client and unmaps it. */
+#define TARN_IOC_TEST_DMA _IOWR('T', 69, struct tarn_test_dma)

@@ -5,17 +5,22 @@
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
+#include <linux/dma-mapping.h>
 #include <linux/errno.h>
 #include <linux/fs.h>
 #include <linux/miscdevice.h>
 #include <linux/mmzone.h>
 #include <linux/module.h>
+#include <linux/pgtable.h>
 #include <linux/printk.h>
+#include <linux/sched.h>
 #include <linux/types.h>
 #include <linux/uaccess.h>
 
 #include <mem_adapter.h>
 #include <uapi/tarn_device.h>
+
+#include "tarn_client.h"
 
 static long get_pages(void __user *arg)
 {
@@ -89,7 +94,7 @@ static long device_ioctl(struct file *file, unsigned int cmd, unsigned long valu
 	case TARN_IOC_REPORT_EVENT:
 		return report_event(arg);
 	default:
-		return -ENOTTY;
+		return service_ioctl(cmd, arg);
 	}
 }
 
@@ -146,6 +151,8 @@ static int __init tarn_client_init(void)
 static void __exit tarn_client_exit(void)
 {
 	misc_deregister(&device);
+	test_dma_exit();
+	test_block_exit();
 	stop_adapter();
 }
 

@@ -15,12 +15,9 @@
 #include <linux/spinlock.h>
 #include <linux/string.h>
 
-#define KEPT_CALLS 256u
+#include <kernel/dma.h>
 
-int tarn_iommu_map_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			  enum dma_data_direction dir, unsigned long attrs);
-void tarn_iommu_unmap_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			     enum dma_data_direction dir, unsigned long attrs);
+#define KEPT_CALLS 256u
 
 /* Plain values: what they point to may be gone when the record is read. */
 struct call {

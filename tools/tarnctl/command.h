@@ -23,6 +23,12 @@ void add_pages(CLI::App &app);
 void add_cma(CLI::App &app);
 // The status as for watch.
 void add_pins(CLI::App &app, int &status);
+// The status is exit_not_found when nothing came of it: no pages, or no room.
+void add_kill(CLI::App &app, int &status);
+void add_reclaim(CLI::App &app, int &status);
+void add_drop(CLI::App &app, int &status);
+void add_compact(CLI::App &app, int &status);
+void add_watermark(CLI::App &app, int &status);
 
 struct usage_error : std::runtime_error {
 	using std::runtime_error::runtime_error;

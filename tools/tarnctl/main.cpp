@@ -9,7 +9,8 @@
 
 int main(int argc, char **argv)
 {
-	CLI::App app("Finds memory leaks of the kernel.", "tarnctl");
+	CLI::App app("Finds memory leaks of the kernel, and drives its memory services.",
+		     "tarnctl");
 	int status = 0;
 
 	app.require_subcommand(1);
@@ -19,6 +20,11 @@ int main(int argc, char **argv)
 	tarn::add_pages(app);
 	tarn::add_cma(app);
 	tarn::add_pins(app, status);
+	tarn::add_kill(app, status);
+	tarn::add_reclaim(app, status);
+	tarn::add_drop(app, status);
+	tarn::add_compact(app, status);
+	tarn::add_watermark(app, status);
 
 	try {
 		app.parse(argc, argv);

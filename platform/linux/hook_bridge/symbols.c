@@ -17,6 +17,11 @@ static unsigned long (*lookup_name)(const char *name);
 static int (*lookup_size_offset)(unsigned long addr, unsigned long *size, unsigned long *offset);
 
 static const char *const debug_symbol_names[] = {
+	[ADS_INIT_MM] = "init_mm",
+	[ADS_ITERATE_SUPERS] = "iterate_supers",
+	[ADS_DROP_SLAB] = "drop_slab",
+	[ADS_TRY_TO_FREE_PAGES] = "try_to_free_pages",
+	[ADS_TRY_TO_COMPACT_PAGES] = "try_to_compact_pages",
 	[ADS_SLAB_CACHES] = "slab_caches",
 	[ADS_SLAB_MUTEX] = "slab_mutex",
 };
