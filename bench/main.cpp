@@ -130,6 +130,8 @@ int main(int argc, char **argv)
 	bench::add_readout_benchmarks();
 	bench::add_replay_benchmarks(argv[2], argv[3]);
 	bench::add_cma_benchmarks();
+	bench::add_secpage_benchmarks();
+	bench::add_service_benchmarks();
 	benchmark::RunSpecifiedBenchmarks(&report);
 	report.print(argv[1]);
 	return report.failed() ? 1 : 0;

@@ -214,5 +214,7 @@ void add_cma_benchmarks();
 void add_record_benchmarks();
 void add_readout_benchmarks();
 void add_replay_benchmarks(const std::string &xz, const std::string &plain_text);
+void add_secpage_benchmarks();
+void add_service_benchmarks();
 
 } // namespace bench
