@@ -6,8 +6,9 @@
 # --debug: the kernel checks itself, so it takes more memory and time. --shell: a shell in a guest
 # with everything loaded. --out: where the consoles go (build/lab).
 #
-# Three guests run side by side. A scenario says in which ("# lane: 2", else the first): those that
-# mostly wait stand aside, since the machine need not have more than two processors.
+# Up to four guests run side by side. A scenario says in which ("# lane: 2", else the first): those
+# that mostly wait stand aside, since the machine need not have more than two processors. The fourth
+# has memory behind the first 4 GiB of addresses, and so in zones above the one for 32-bit devices.
 set -euo pipefail
 
 usage() {
@@ -36,12 +37,17 @@ done
 kernel=$1 modules=$2 programs=$3
 shift 3
 
-memory=256
+memory=256 # MiB
+upper=256  # of the fourth guest, above the first 4 GiB of addresses
+movable=128
 slow=1
 run_limit=240 # seconds
 arguments="console=ttyAMA0 rdinit=/init panic=-1 loglevel=7 printk.devkmsg=on zram.num_devices=2"
 if [ "$debug" = 1 ]; then
 	memory=1280
+	# The kernel's own tables take the upper end.
+	upper=1280
+	movable=960
 	slow=8
 	run_limit=2700
 	# What stands still for long, and not what a busy host keeps waiting.
@@ -53,23 +59,29 @@ out=$(cd "$out" && pwd)
 initramfs=$out/initramfs.gz
 "$lab/build_initramfs.sh" "$kernel" "$modules" "$programs" "$initramfs"
 
-machine=(-M virt -cpu max -smp 2 -m "$memory")
-
-# What QEMU tells the guest of its machine, with our areas of contiguous memory.
-tree=$out/machine.dtb
 dtc=$kernel/scripts/dtc/dtc
-qemu-system-aarch64 "${machine[@]/virt/virt,dumpdtb=$tree}" -display none -nic none \
-	>/dev/null 2>&1
-"$dtc" -q -I dtb -O dts "$tree" | cat - "$lab/reserved_memory.dts" | "$dtc" -q -I dts -O dtb -o "$tree" -
+
+# describe NAME MACHINE...: what QEMU tells a guest of its machine, with our areas of contiguous
+# memory, in NAME.dtb.
+describe() {
+	local tree=$out/$1.dtb
+
+	shift
+	qemu-system-aarch64 "${@/virt/virt,dumpdtb=$tree}" -display none -nic none >/dev/null 2>&1
+	"$dtc" -q -I dtb -O dts "$tree" | cat - "$lab/reserved_memory.dts" |
+		"$dtc" -q -I dts -O dtb -o "$tree" -
+}
 
 # boot NAME ARGUMENT...: a guest with its virtual console here and its kernel's in NAME.log.
 boot() {
 	local name=$1
+	local machine=(-M virt -cpu max -smp 2 -m "$memory")
 
 	shift
+	describe "$name" "${machine[@]}"
 	rm -f "$out/$name.log"
 	exec timeout --foreground -k 10 "$run_limit" qemu-system-aarch64 "${machine[@]}" \
-		-dtb "$tree" -display none -monitor none -nic none -no-reboot \
+		-dtb "$out/$name.dtb" -display none -monitor none -nic none -no-reboot \
 		-pidfile "$out/$name.pid" \
 		-kernel "$kernel/arch/arm64/boot/Image" -initrd "$initramfs" \
 		-append "$arguments lab_slow=$slow $*" \
@@ -124,8 +136,14 @@ run_lanes() {
 	for lane in "${!runs[@]}"; do
 		{
 			status=0
-			(boot "lane$lane" "lab_lane=$lane" "lab_run=${runs[$lane]}") </dev/null 2>&1 ||
-				status=$?
+			(
+				# Memory begins at 1 GiB; the host gives what is touched of it.
+				if [ "$lane" = 4 ]; then
+					memory=$((3072 + upper))
+					arguments+=" movablecore=${movable}M"
+				fi
+				boot "lane$lane" "lab_lane=$lane" "lab_run=${runs[$lane]}"
+			) </dev/null 2>&1 || status=$?
 			echo "ended $status"
 		} | sed -u "s/^/$lane /" &
 	done

@@ -1,0 +1,107 @@
+# SPDX-License-Identifier: GPL-2.0-only
+# lane: 4
+# limit: 60 s
+# Ranges of the linear map, in a block of 4 MiB that the client owns: changed, seen in the kernel's
+# page table dump, felt by reads and writes that fault and are survived, and restored.
+. /lab/scenarios/lib.sh
+
+load_all
+read -r address physical <<END
+$(services block)
+END
+echo "block at $address, $physical"
+dump=/sys/kernel/debug/kernel_page_tables
+
+page_at() { # PAGE: its address
+	printf '0x%016x' $((address + $1 * 4096))
+}
+
+# The line of the dump that has the address of a page.
+entry_of() { # PAGE
+	awk -v at="$(page_at "$1")" '{
+		split($1, range, "-")
+		if (range[1] "x" <= at "x" && at "x" < range[2] "x") { print; exit }
+	}' $dump
+}
+
+entry_is() { # WHAT PAGE WORD...: the words that its line has
+	entry=$(entry_of "$2")
+	what=$1
+	shift 2
+	for word in "$@"; do
+		echo " $entry " | grep -q " $word " || fail "$what: $word is not in: $entry"
+	done
+}
+
+faults() { # peek|poke PAGE [VALUE]
+	refused services "$@"
+	grep -q "Bad address" refused || fail "$*: $(cat refused)"
+}
+
+echo "before: $(entry_of 0)"
+entry_is "before" 0 PGD RW NX BLK
+equal "page 511" "$(services peek 511)" 511
+
+# Two pages of a block become read-only: the block is split, its other pages stay as they were.
+services range 100 2 100 read-only
+entry_is "read-only" 100 PTE ro NX
+entry_is "read-only" 101 PTE ro
+for page in 0 99 102 511; do
+	entry_is "beside it" $page PTE RW NX
+done
+entry_is "another block" 512 BLK RW
+for page in 99 102 512; do
+	services poke $page $((page + 1000))
+	equal "written beside it" "$(services peek $page)" $((page + 1000))
+done
+for page in 100 101; do
+	equal "read from it" "$(services peek $page)" $page
+	faults poke $page 77
+	equal "unchanged" "$(services peek $page)" $page
+done
+services range 100 2 100 ordinary
+entry_is "restored" 100 PTE RW NX
+services poke 100 1100
+equal "written when restored" "$(services peek 100)" 1100
+services poke 100 100
+
+# A whole block is changed in place. (One of a contiguous run would be left alone.)
+services range 512 512 512 read-only
+entry_is "a whole block" 512 2M PMD ro BLK
+faults poke 1023 1
+services range 512 512 512 ordinary
+entry_is "a whole block, restored" 512 RW BLK
+services poke 1023 1023
+services poke 512 512
+
+# Without a mapping at all, across the border of two blocks.
+services range 510 4 510 none
+for page in 510 511 512 513; do
+	faults peek $page
+	faults poke $page 1
+done
+equal "before them" "$(services peek 509)" 509
+equal "behind them" "$(services peek 514)" 514
+entry_is "the second block" 514 PTE RW
+services range 510 4 510 ordinary
+for page in 510 511 513; do
+	equal "page $page" "$(services peek $page)" $page
+done
+
+# Onto other frames: what is read there, and what is written goes there.
+services range 10 3 20 ordinary
+for page in 10 11 12; do
+	equal "another frame" "$(services peek $page)" $((page + 10))
+done
+services poke 11 4711
+equal "through the other address" "$(services peek 21)" 4711
+services range 10 3 10 ordinary
+equal "the frame itself" "$(services peek 11)" 11
+
+# The same once more: tables stay, and nothing is split again.
+services range 100 2 100 read-only
+faults poke 100 1
+# Unloading gives the block back as ordinary memory.
+unload tarn_client
+entry_is "given back" 100 PTE RW NX
+no_line tarn_change_secpage_range ".*"
