@@ -56,10 +56,8 @@ unsigned int cma_used_bits(const struct cma *area);
 void put_cma_stackinfo(struct cma_stackinfo *info) REQUIRES(cma_lock);
 
 // Probes on the kernel's tracepoints of the same subject. Context: any; they never sleep.
-void vh_cma_alloc(void *data, const char *name, unsigned long pfn, const struct page *page,
-		  unsigned long count, unsigned int align, int errorno);
-void vh_cma_release(void *data, const char *name, unsigned long pfn, const struct page *page,
-		    unsigned long count);
+cma_alloc_finish_probe vh_cma_alloc;
+cma_release_probe vh_cma_release;
 
 // Reports about one area, to the kernel log. pfn is the range tried last, count the pages asked
 // for; both 0 where no allocation failed. Context: any; they never sleep.

@@ -8,6 +8,7 @@
 KERNEL_C_BEGIN
 
 struct cma;
+struct page;
 
 /* Bytes of an area's name, the NUL included. */
 #define CMA_MAX_NAME 64
@@ -20,6 +21,14 @@ KERNEL_C_END
 #endif
 
 KERNEL_C_BEGIN
+
+/* Probes of the allocator's tracepoints of these names. pfn is the range tried last, all ones where
+ * none was; errorno is 0 or a negative error. Context: any. */
+typedef void cma_alloc_finish_probe(void *data, const char *name, unsigned long pfn,
+				    const struct page *page, unsigned long count,
+				    unsigned int align, int errorno);
+typedef void cma_release_probe(void *data, const char *name, unsigned long pfn,
+			       const struct page *page, unsigned long count);
 
 /* Context: any, for all of these. */
 unsigned long helper_cma_base_pfn(const struct cma *area);
