@@ -24,24 +24,6 @@ NOKPROBE_SYMBOL(return_early);
 
 /* Madvise: the walk over a range stops at its next step, as for a fatal signal. */
 
-static int on_madvise(struct kprobe *probe, struct pt_regs *regs);
-
-static struct kprobe madvise_probe = {.pre_handler = on_madvise};
-
-static int start_madvise(void)
-{
-	return probe_start(&madvise_probe);
-}
-
-static void stop_madvise(void)
-{
-	probe_stop(&madvise_probe);
-}
-
-DEFINE_TRACE_FN(android_vh_madvise_cold_or_pageout_abort, start_madvise, stop_madvise,
-		TP_PROTO(struct vm_area_struct *vma, bool *abort), TP_ARGS(vma, abort));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_madvise_cold_or_pageout_abort);
-
 static int on_madvise(struct kprobe *probe, struct pt_regs *regs)
 {
 	const struct mm_walk *walk = (const struct mm_walk *)regs->regs[3];
@@ -52,42 +34,20 @@ static int on_madvise(struct kprobe *probe, struct pt_regs *regs)
 }
 NOKPROBE_SYMBOL(on_madvise);
 
-static int arm_madvise(void)
-{
-	return probe_add(&madvise_probe, "madvise_cold_or_pageout_pte_range");
-}
+static struct kprobe madvise_probe = {.pre_handler = on_madvise};
 
-static void disarm_madvise(void)
-{
-	probe_remove(&madvise_probe);
-}
+DEFINE_PROBE_SWITCH(madvise, &madvise_probe)
+DEFINE_TRACE_FN(android_vh_madvise_cold_or_pageout_abort, start_madvise, stop_madvise,
+		TP_PROTO(struct vm_area_struct *vma, bool *abort), TP_ARGS(vma, abort));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_madvise_cold_or_pageout_abort);
 
 struct hook madvise_abort_hook = {
 	.name = "android_vh_madvise_cold_or_pageout_abort",
 	.source = "madvise_cold_or_pageout_pte_range",
-	.arm = arm_madvise,
-	.disarm = disarm_madvise,
+	.kprobe = &madvise_probe,
 };
 
 /* Compaction: it asks after each block whether it is done. */
-
-static int on_compact(struct kprobe *probe, struct pt_regs *regs);
-
-static struct kprobe compact_probe = {.pre_handler = on_compact};
-
-static int start_compact(void)
-{
-	return probe_start(&compact_probe);
-}
-
-static void stop_compact(void)
-{
-	probe_stop(&compact_probe);
-}
-
-DEFINE_TRACE_FN(android_vh_compact_finished, start_compact, stop_compact, TP_PROTO(bool *abort),
-		TP_ARGS(abort));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_compact_finished);
 
 static int on_compact(struct kprobe *probe, struct pt_regs *regs)
 {
@@ -98,19 +58,15 @@ static int on_compact(struct kprobe *probe, struct pt_regs *regs)
 }
 NOKPROBE_SYMBOL(on_compact);
 
-static int arm_compact(void)
-{
-	return probe_add(&compact_probe, "__compact_finished");
-}
+static struct kprobe compact_probe = {.pre_handler = on_compact};
 
-static void disarm_compact(void)
-{
-	probe_remove(&compact_probe);
-}
+DEFINE_PROBE_SWITCH(compact, &compact_probe)
+DEFINE_TRACE_FN(android_vh_compact_finished, start_compact, stop_compact, TP_PROTO(bool *abort),
+		TP_ARGS(abort));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_compact_finished);
 
 struct hook compact_abort_hook = {
 	.name = "android_vh_compact_finished",
 	.source = "__compact_finished",
-	.arm = arm_compact,
-	.disarm = disarm_compact,
+	.kprobe = &compact_probe,
 };

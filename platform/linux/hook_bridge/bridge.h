@@ -12,7 +12,12 @@
 struct hook {
 	const char *name;
 	const char *source; /* what fires it, for people */
-	int (*arm)(void);   /* 0, -ENOENT where this kernel lacks the source, or another error */
+
+	/* Where one probe alone fires it; without arm it is set at the function "source". */
+	struct kprobe *kprobe;
+	struct kretprobe *kretprobe;
+
+	int (*arm)(void); /* 0, -ENOENT where this kernel lacks the source, or another error */
 	void (*disarm)(void);
 	bool armed;
 };
@@ -40,6 +45,18 @@ int return_probe_add(struct kretprobe *probe, const char *function);
 void return_probe_remove(struct kretprobe *probe);
 int probe_start(struct kprobe *probe);
 void probe_stop(struct kprobe *probe);
+
+/* The registration functions start_HOOK and stop_HOOK of a tracepoint that one probe fires. */
+#define DEFINE_PROBE_SWITCH(hook, probe)                                                           \
+	static int start_##hook(void)                                                              \
+	{                                                                                          \
+		return probe_start(probe);                                                         \
+	}                                                                                          \
+                                                                                                   \
+	static void stop_##hook(void)                                                              \
+	{                                                                                          \
+		probe_stop(probe);                                                                 \
+	}
 
 /* Finds what the kernel keeps to itself; the other functions here depend on it. */
 int symbols_init(void);

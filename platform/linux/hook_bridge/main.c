@@ -16,9 +16,18 @@ static struct hook *const hooks[] = {
 	&alloc_gfp_hook,   &madvise_abort_hook,	 &compact_abort_hook,
 };
 
+static int start(struct hook *hook)
+{
+	if (hook->arm)
+		return hook->arm();
+	if (hook->kprobe)
+		return probe_add(hook->kprobe, hook->source);
+	return return_probe_add(hook->kretprobe, hook->source);
+}
+
 static void arm(struct hook *hook)
 {
-	int err = hook->arm();
+	int err = start(hook);
 
 	hook->armed = !err;
 	if (!err)
@@ -27,6 +36,18 @@ static void arm(struct hook *hook)
 		pr_warn("%s: not armed: this kernel lacks %s\n", hook->name, hook->source);
 	else
 		pr_warn("%s: not armed: %s: error %d\n", hook->name, hook->source, err);
+}
+
+static void disarm(struct hook *hook)
+{
+	if (!hook->armed)
+		return;
+	if (hook->disarm)
+		hook->disarm();
+	else if (hook->kprobe)
+		probe_remove(hook->kprobe);
+	else
+		return_probe_remove(hook->kretprobe);
 }
 
 static int __init hook_bridge_init(void)
@@ -45,8 +66,7 @@ static int __init hook_bridge_init(void)
 static void __exit hook_bridge_exit(void)
 {
 	for (size_t i = ARRAY_SIZE(hooks); i-- > 0;)
-		if (hooks[i]->armed)
-			hooks[i]->disarm();
+		disarm(hooks[i]);
 	/* For the probes on the kernel's own tracepoints; removed kprobes have been waited for. */
 	tracepoint_synchronize_unregister();
 }

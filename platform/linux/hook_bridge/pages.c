@@ -13,24 +13,6 @@
 
 /* Allocation flags. */
 
-static int on_alloc_pages(struct kprobe *probe, struct pt_regs *regs);
-
-static struct kprobe alloc_probe = {.pre_handler = on_alloc_pages};
-
-static int start_alloc_gfp(void)
-{
-	return probe_start(&alloc_probe);
-}
-
-static void stop_alloc_gfp(void)
-{
-	probe_stop(&alloc_probe);
-}
-
-DEFINE_TRACE_FN(android_vh_customize_alloc_gfp, start_alloc_gfp, stop_alloc_gfp,
-		TP_PROTO(gfp_t *gfp_mask, unsigned int order), TP_ARGS(gfp_mask, order));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_customize_alloc_gfp);
-
 static int on_alloc_pages(struct kprobe *probe, struct pt_regs *regs)
 {
 	gfp_t gfp_mask = (__force gfp_t)regs->regs[0];
@@ -41,6 +23,13 @@ static int on_alloc_pages(struct kprobe *probe, struct pt_regs *regs)
 }
 NOKPROBE_SYMBOL(on_alloc_pages);
 
+static struct kprobe alloc_probe = {.pre_handler = on_alloc_pages};
+
+DEFINE_PROBE_SWITCH(alloc_gfp, &alloc_probe)
+DEFINE_TRACE_FN(android_vh_customize_alloc_gfp, start_alloc_gfp, stop_alloc_gfp,
+		TP_PROTO(gfp_t *gfp_mask, unsigned int order), TP_ARGS(gfp_mask, order));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_customize_alloc_gfp);
+
 static int arm_alloc_gfp(void)
 {
 	int err = probe_add(&alloc_probe, "__alloc_pages_noprof");
@@ -49,16 +38,11 @@ static int arm_alloc_gfp(void)
 	return err == -ENOENT ? probe_add(&alloc_probe, "__alloc_pages") : err;
 }
 
-static void disarm_alloc_gfp(void)
-{
-	probe_remove(&alloc_probe);
-}
-
 struct hook alloc_gfp_hook = {
 	.name = "android_vh_customize_alloc_gfp",
 	.source = "__alloc_pages_noprof",
+	.kprobe = &alloc_probe,
 	.arm = arm_alloc_gfp,
-	.disarm = disarm_alloc_gfp,
 };
 
 /*

@@ -19,31 +19,6 @@ struct balance_call {
 	unsigned int highest_zone;
 };
 
-static int balance_entered(struct kretprobe_instance *instance, struct pt_regs *regs);
-static int balance_done(struct kretprobe_instance *instance, struct pt_regs *regs);
-
-static struct kretprobe balance_probe = {
-	.entry_handler = balance_entered,
-	.handler = balance_done,
-	.data_size = sizeof(struct balance_call),
-};
-
-static int start_kswapd_done(void)
-{
-	return probe_start(&balance_probe.kp);
-}
-
-static void stop_kswapd_done(void)
-{
-	probe_stop(&balance_probe.kp);
-}
-
-DEFINE_TRACE_FN(android_vh_vmscan_kswapd_done, start_kswapd_done, stop_kswapd_done,
-		TP_PROTO(int node, unsigned int highest_zone, unsigned int alloc_order,
-			 unsigned int reclaim_order),
-		TP_ARGS(node, highest_zone, alloc_order, reclaim_order));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_vmscan_kswapd_done);
-
 static int balance_entered(struct kretprobe_instance *instance, struct pt_regs *regs)
 {
 	struct balance_call *call = (struct balance_call *)instance->data;
@@ -66,21 +41,23 @@ static int balance_done(struct kretprobe_instance *instance, struct pt_regs *reg
 }
 NOKPROBE_SYMBOL(balance_done);
 
-static int arm_kswapd_done(void)
-{
-	return return_probe_add(&balance_probe, "balance_pgdat");
-}
+static struct kretprobe balance_probe = {
+	.entry_handler = balance_entered,
+	.handler = balance_done,
+	.data_size = sizeof(struct balance_call),
+};
 
-static void disarm_kswapd_done(void)
-{
-	return_probe_remove(&balance_probe);
-}
+DEFINE_PROBE_SWITCH(kswapd_done, &balance_probe.kp)
+DEFINE_TRACE_FN(android_vh_vmscan_kswapd_done, start_kswapd_done, stop_kswapd_done,
+		TP_PROTO(int node, unsigned int highest_zone, unsigned int alloc_order,
+			 unsigned int reclaim_order),
+		TP_ARGS(node, highest_zone, alloc_order, reclaim_order));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_vmscan_kswapd_done);
 
 struct hook kswapd_done_hook = {
 	.name = "android_vh_vmscan_kswapd_done",
 	.source = "balance_pgdat",
-	.arm = arm_kswapd_done,
-	.disarm = disarm_kswapd_done,
+	.kretprobe = &balance_probe,
 };
 
 /* Slow allocations. */
@@ -90,32 +67,6 @@ struct slow_call {
 	unsigned int order;
 	unsigned long start;
 };
-
-static int slowpath_entered(struct kretprobe_instance *instance, struct pt_regs *regs);
-static int slowpath_done(struct kretprobe_instance *instance, struct pt_regs *regs);
-
-/* Under memory pressure every task of the machine may be in there. */
-static struct kretprobe slowpath_probe = {
-	.entry_handler = slowpath_entered,
-	.handler = slowpath_done,
-	.data_size = sizeof(struct slow_call),
-	.maxactive = 512,
-};
-
-static int start_slowpath(void)
-{
-	return probe_start(&slowpath_probe.kp);
-}
-
-static void stop_slowpath(void)
-{
-	probe_stop(&slowpath_probe.kp);
-}
-
-DEFINE_TRACE_FN(android_vh_alloc_pages_slowpath, start_slowpath, stop_slowpath,
-		TP_PROTO(gfp_t gfp_mask, unsigned int order, unsigned long start),
-		TP_ARGS(gfp_mask, order, start));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_alloc_pages_slowpath);
 
 static int slowpath_entered(struct kretprobe_instance *instance, struct pt_regs *regs)
 {
@@ -137,21 +88,24 @@ static int slowpath_done(struct kretprobe_instance *instance, struct pt_regs *re
 }
 NOKPROBE_SYMBOL(slowpath_done);
 
-static int arm_slowpath(void)
-{
-	return return_probe_add(&slowpath_probe, "__alloc_pages_slowpath");
-}
+/* Under memory pressure every task of the machine may be in there. */
+static struct kretprobe slowpath_probe = {
+	.entry_handler = slowpath_entered,
+	.handler = slowpath_done,
+	.data_size = sizeof(struct slow_call),
+	.maxactive = 512,
+};
 
-static void disarm_slowpath(void)
-{
-	return_probe_remove(&slowpath_probe);
-}
+DEFINE_PROBE_SWITCH(slowpath, &slowpath_probe.kp)
+DEFINE_TRACE_FN(android_vh_alloc_pages_slowpath, start_slowpath, stop_slowpath,
+		TP_PROTO(gfp_t gfp_mask, unsigned int order, unsigned long start),
+		TP_ARGS(gfp_mask, order, start));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_alloc_pages_slowpath);
 
 struct hook alloc_slowpath_hook = {
 	.name = "android_vh_alloc_pages_slowpath",
 	.source = "__alloc_pages_slowpath",
-	.arm = arm_slowpath,
-	.disarm = disarm_slowpath,
+	.kretprobe = &slowpath_probe,
 };
 
 /* Direct reclaim. */

@@ -8,25 +8,6 @@
 #include "bridge.h"
 #include "hooks.h"
 
-static int area_created(struct kretprobe_instance *instance, struct pt_regs *regs);
-
-/* Making an area may sleep, so many tasks may be at it at a time. */
-static struct kretprobe create_probe = {.handler = area_created, .maxactive = 128};
-
-static int start(void)
-{
-	return probe_start(&create_probe.kp);
-}
-
-static void stop(void)
-{
-	probe_stop(&create_probe.kp);
-}
-
-DEFINE_TRACE_FN(android_vh_save_vmalloc_stack, start, stop,
-		TP_PROTO(unsigned long flags, struct vm_struct *area), TP_ARGS(flags, area));
-EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_save_vmalloc_stack);
-
 /*
  * A return probe runs in a breakpoint exception, whose frames alone would fill a short stack
  * trace. They are hidden: the frames are then as if the function had fired the hook itself, with
@@ -43,19 +24,16 @@ static int area_created(struct kretprobe_instance *instance, struct pt_regs *reg
 }
 NOKPROBE_SYMBOL(area_created);
 
-static int arm(void)
-{
-	return return_probe_add(&create_probe, "__get_vm_area_node");
-}
+/* Making an area may sleep, so many tasks may be at it at a time. */
+static struct kretprobe create_probe = {.handler = area_created, .maxactive = 128};
 
-static void disarm(void)
-{
-	return_probe_remove(&create_probe);
-}
+DEFINE_PROBE_SWITCH(save_vmalloc, &create_probe.kp)
+DEFINE_TRACE_FN(android_vh_save_vmalloc_stack, start_save_vmalloc, stop_save_vmalloc,
+		TP_PROTO(unsigned long flags, struct vm_struct *area), TP_ARGS(flags, area));
+EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_save_vmalloc_stack);
 
 struct hook save_vmalloc_stack_hook = {
 	.name = "android_vh_save_vmalloc_stack",
 	.source = "__get_vm_area_node",
-	.arm = arm,
-	.disarm = disarm,
+	.kretprobe = &create_probe,
 };
