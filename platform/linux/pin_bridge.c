@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
  * Pins that a stock kernel offers no handy way to. try_grab_page is gone from newer kernels: a
- * function of that name stands in for it, for probes to find. folio_add_pin is there and hardly
- * ever called. Writing "page ADDRESS" or "add ADDRESS" to the debugfs file pin_bridge/pin pins the
- * page at an address of the writer, passes it through the one or the other, and lets it go again.
+ * function of that name stands in for it there, for probes to find. folio_add_pin is there and
+ * hardly ever called. Writing "page ADDRESS" or "add ADDRESS" to the debugfs file pin_bridge/pin
+ * pins the page at an address of the writer, passes it through the one or the other, and lets it
+ * go again.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -13,12 +14,14 @@
 #include <linux/module.h>
 #include <linux/string.h>
 #include <linux/uaccess.h>
+#include <linux/version.h>
 /* For the flags of the kernel's own page grabbing functions. */
 #include <mm/internal.h>
 
 static struct dentry *directory;
 static void (*add_pin)(struct folio *folio);
 
+#if LINUX_VERSION_CODE >= KERNEL_VERSION(6, 12, 0)
 int try_grab_page(struct page *page, unsigned int flags);
 
 /* The caller has pinned the page; being called is all that a probe wants. */
@@ -27,19 +30,24 @@ noinline int try_grab_page(struct page *page, unsigned int flags)
 	barrier();
 	return 0;
 }
+static int (*const grab_page)(struct page *page, unsigned int flags) = try_grab_page;
+#else
+/* The kernel has its own, or may have: there is nothing to stand in for. */
+static int (*const grab_page)(struct page *page, unsigned int flags);
+#endif
 
-static int pin(const char *how, unsigned long address)
+static int pin(bool add, unsigned long address)
 {
 	struct page *page;
 	int pinned = pin_user_pages_fast(address & PAGE_MASK, 1, 0, &page);
 
 	if (pinned != 1)
 		return pinned < 0 ? pinned : -EFAULT;
-	if (!strcmp(how, "add")) {
+	if (add) {
 		add_pin(page_folio(page));
 		unpin_user_page(page);
 	} else {
-		try_grab_page(page, FOLL_PIN);
+		grab_page(page, FOLL_PIN);
 	}
 	unpin_user_page(page);
 	return 0;
@@ -50,6 +58,7 @@ static ssize_t pin_write(struct file *file, const char __user *user, size_t size
 	char text[32];
 	char how[8];
 	unsigned long address;
+	bool add;
 	int err;
 
 	if (size >= sizeof(text))
@@ -59,9 +68,10 @@ static ssize_t pin_write(struct file *file, const char __user *user, size_t size
 	text[size] = 0;
 	if (sscanf(text, "%7s %lx", how, &address) != 2)
 		return -EINVAL;
-	if (strcmp(how, "page") && (strcmp(how, "add") || !add_pin))
+	add = !strcmp(how, "add");
+	if (add ? !add_pin : !grab_page || strcmp(how, "page"))
 		return -EINVAL;
-	err = pin(how, address);
+	err = pin(add, address);
 	return err ? err : size;
 }
 
