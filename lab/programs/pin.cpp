@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// pin NAME HOW: a task of that name takes a page and pins it. HOW: "pin" by pin_user_pages, "get"
-// by get_user_pages, "add" and "page" by the pin bridge; "movable" as pin, but of a page that is
-// not in a CMA area, as those of all the others are. Prints the page's frame number in hexadecimal.
+// pin NAME HOW [AREA]: a task of that name takes a page and pins it. HOW: "pin" by pin_user_pages,
+// "get" by get_user_pages, "add" and "page" by the pin bridge; "movable" as pin, but of a page that
+// is not in a CMA area, as those of all the others are; "storm" as pin, again and again until it is
+// killed; "hold" by a pipe, which keeps the page where it is until the task is killed. AREA: a page
+// of that area, behind the first third of a block so that free ones of many sizes can come before
+// it. Prints the page's frame number in hexadecimal.
 #include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
@@ -10,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 #include <vector>
 
@@ -45,6 +49,18 @@ std::vector<range> cma_areas()
 	return areas;
 }
 
+std::vector<range> late_in_blocks(const std::filesystem::path &area)
+{
+	constexpr std::uint64_t block = 1024; // pages, the allocator's largest
+	const std::uint64_t base = number("/sys/kernel/debug/cma" / area / "base_pfn");
+	const std::uint64_t count = number("/sys/kernel/debug/cma" / area / "count");
+	std::vector<range> late;
+
+	for (std::uint64_t at = base; at < base + count; at += block)
+		late.push_back({at + block / 3, at + block});
+	return late;
+}
+
 std::uint64_t pfn_of(int pagemap, const char *address)
 {
 	constexpr std::uint64_t pfn_mask = (std::uint64_t{1} << 55) - 1;
@@ -64,10 +80,9 @@ struct found_page {
 
 // The kernel gives out CMA pages once they are more than half of what is free, so memory is filled
 // until it does.
-found_page find_page(bool cma)
+found_page find_page(const std::vector<range> &areas, bool inside)
 {
 	const std::size_t most = 200u << 20;
-	const std::vector<range> areas = cma_areas();
 	const int pagemap = lab::must(open("/proc/self/pagemap", O_RDONLY), "pagemap");
 	auto *memory = static_cast<char *>(
 		mmap(nullptr, most, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
@@ -79,8 +94,11 @@ found_page find_page(bool cma)
 
 		for (const range &area : areas)
 			in_area |= pfn >= area.first && pfn < area.end;
-		if (in_area == cma)
-			return {page, pfn};
+		if (in_area != inside)
+			continue;
+		munmap(memory, page - memory);
+		munmap(page + page_size, memory + most - (page + page_size));
+		return {page, pfn};
 	}
 	lab::fail("the kernel gave out no such page");
 }
@@ -106,6 +124,15 @@ void kernel_test(unsigned command, const char *address)
 	close(fd);
 }
 
+void hold(char *address)
+{
+	const iovec page = {address, page_size};
+	int fds[2];
+
+	lab::must(pipe(fds), "pipe");
+	lab::must(vmsplice(fds[1], &page, 1, 0), "vmsplice");
+}
+
 void bridge(const std::string &how, const char *address)
 {
 	char text[32];
@@ -124,19 +151,27 @@ int main(int argc, char **argv)
 	constexpr unsigned get_user_pages = 4;
 	constexpr unsigned pin_user_pages = 5;
 
-	if (argc != 3)
-		lab::fail("usage: pin NAME pin|get|add|page|movable");
+	if (argc != 3 && argc != 4)
+		lab::fail("usage: pin NAME pin|get|add|page|movable|storm|hold [AREA]");
 
 	const std::string how = argv[2];
-	const found_page page = find_page(how != "movable");
+	const found_page page =
+		find_page(argc == 4 ? late_in_blocks(argv[3]) : cma_areas(), how != "movable");
 
 	prctl(PR_SET_NAME, argv[1]);
-	if (how == "pin" || how == "movable")
+	if (how == "pin" || how == "movable" || how == "storm")
 		kernel_test(pin_user_pages, page.address);
 	else if (how == "get")
 		kernel_test(get_user_pages, page.address);
+	else if (how == "hold")
+		hold(page.address);
 	else
 		bridge(how, page.address);
 	std::printf("0x%lx\n", page.pfn);
+	std::fflush(stdout);
+	while (how == "storm")
+		kernel_test(pin_user_pages, page.address);
+	while (how == "hold")
+		pause();
 	return 0;
 }

@@ -85,11 +85,7 @@ vm() {
 }
 echo 4G >/sys/block/zram1/disksize
 undo "echo 1 >/sys/block/zram1/reset"
-# Tables of swap devices take most of the memory faster than page cache would.
-while [ "$(memory MemFree)" -gt 120000 ]; do
-	add_zram
-	echo 4G >/sys/block/zram"$zram"/disksize
-done
+fill_memory 120000
 echo 0 >$controls/enabled
 echo 1 >$controls/enabled
 expect_reports "before the pressure" 7

@@ -1,14 +1,25 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 90 s
-# Loads and unloads while eight processes allocate and free as fast as they can, with tracking
-# switched on and off, read and abandoned all the time.
+# Loads and unloads while eight processes allocate and free as fast as they can, with CMA ranges
+# coming and going and a page pinned without end, and with tracking switched on and off, read and
+# abandoned all the time.
 . /lab/scenarios/lib.sh
 
+# The adapter probes a function of this module, which therefore goes after it.
+load pin_bridge
+undo "unload_all; rmmod pin_bridge"
+# First, since it looks for its page by filling the memory.
+fill_memory 120000
+background pin pinner storm camera >pinned
+await 20 grep -q 0x pinned
+release_memory
+background dma_heap mix linux,cma 4000000000 1 >held
 background churn 8 >busy
 await 10 grep -q busy busy
 
 round=0
 while [ "$round" -lt 4 ]; do
+	forget_log
 	load_all
 	case $round in
 	0) set_target filp ;;
@@ -28,6 +39,9 @@ while [ "$round" -lt 4 ]; do
 		memcheck read 4096 >>text
 		cycles=$((cycles + 1))
 	done
+	cat "/sys/kernel/debug/tarn_cma/linux,cma/show" >/dev/null
+	expect_line show_info 'linux,cma \['
+	expect_line show_pinner 'pinner try_grab_folio \[0x'
 	memcheck prepare slab
 	memcheck on slab
 	# Every second time the adapter goes while it records, else with what it has recorded.

@@ -108,8 +108,36 @@ expect_line add_cma_stackinfo 'camera \[[0-9]+-[0-9]+\] add'
 expect_line __check_and_del 'camera \[[0-9]+-[0-9]+\] del'
 expect_line get_track_stack_handle ' +cma_free_write'
 
+# The command line's picture of the area: all that is used is tracked, of one owner, and the map, of
+# which a character stands for four pages, is the kernel's bitmap.
+show camera
+base=$(field camera base_pfn)
+count=$(field camera count)
+used=$(field camera used)
+ranges=$(records camera)
 tarnctl cma camera >picture
-grep -q camera picture || fail "$(cat picture)"
+in_picture() { # EXTENDED REGEX of a line
+	grep -E -q -x -- "$1" picture || {
+		cat picture
+		fail "not in the picture: $1"
+	}
+}
+at_least "ranges" "$ranges" 4
+in_picture "  range    pfn $base to $((base + count - 1)): $count pages, $((count * 4)) KiB"
+in_picture "  used     $used pages, [0-9.]+ %"
+in_picture "  tracked  $used pages in $ranges ranges"
+in_picture " *$used pages in $ranges ranges"
+in_picture ' +cma_alloc_write\+0x[0-9a-f]+/0x[0-9a-f]+'
+in_picture '  a character stands for 4 pages \(16 KiB\); \. free; # tracked.*'
+equal "map" "$(sed -n 's/^  *[0-9]*  \([.#+x?]*\)$/\1/p' picture | tr -d '\n')" \
+	"$(tr ' ' '\n' <$cma/camera/bitmap | grep . | awk '{
+		word = $1
+		for (cell = 0; cell < 8; cell++) {
+			four = word % 16
+			word = (word - four) / 16
+			printf four == 15 ? "#" : four ? "+" : "."
+		}
+	}')"
 for area in linux,cma camera; do
 	# All that these files have taken; the kernel's own stays.
 	field $area count >$cma/$area/free

@@ -15,6 +15,8 @@ next_interval() {
 	sleep 5.1
 }
 
+fill_memory 120000
+
 # This kernel has no try_grab_page: the probe before it stays, the one behind it is not tried.
 load ember tarn_smmu hook_bridge tarn_mem_adapter
 expect_line pin_track_init 'folio_add_pin_kp Planted kprobe at 0x'
@@ -29,6 +31,15 @@ undo "rmmod tarn_mem_adapter; rmmod pin_bridge"
 for probe in folio_add_pin try_grab_page try_grab_folio; do
 	expect_line pin_track_init "${probe}_kp Planted kprobe at 0x"
 done
+background tarnctl pins --count 1 --json >followed
+follower=$!
+follows() {
+	for fd in "/proc/$follower/fd"/*; do
+		[ "$(readlink "$fd")" != /dev/kmsg ] || return 0
+	done
+	return 1
+}
+await 10 follows
 pin app get >/dev/null
 pin app movable >/dev/null
 for task in fio crash_dump64 "Signal Catcher" RenderThread; do
@@ -36,7 +47,12 @@ for task in fio crash_dump64 "Signal Catcher" RenderThread; do
 done
 no_line show_pinner .
 
-reported app try_grab_folio "$(pin app pin)"
+page=$(pin app pin)
+reported app try_grab_folio "$page"
+await 10 grep -q . followed
+equal "what tarnctl pins says" "$(sed 's/"time_us":[1-9][0-9]*,//' followed)" \
+	"{\"task\":\"app\",\"function\":\"try_grab_folio\",\"first_pfn\":$((page)),\"last_pfn\":$((page)),\"pages\":1}"
+wait $follower || fail "tarnctl pins: exit status $?"
 pin late pin >/dev/null
 no_line show_pinner 'late '
 next_interval

@@ -146,6 +146,22 @@ add_zram() {
 	undo "echo $zram >/sys/class/zram-control/hot_remove"
 }
 
+# Takes memory until so much is free. The tables of swap devices do that faster than anything that a
+# process would use.
+tables=
+fill_memory() { # KiB
+	while [ "$(memory MemFree)" -gt "$1" ]; do
+		add_zram
+		echo 4G >/sys/block/zram"$zram"/disksize
+		tables="$tables $zram"
+	done
+}
+release_memory() {
+	for zram in $tables; do
+		echo 1 >/sys/block/zram"$zram"/reset
+	done
+}
+
 memory() { # FIELD of /proc/meminfo, KiB
 	awk -v field="$1:" '$1 == field { print $2 }' /proc/meminfo
 }
