@@ -16,8 +16,6 @@
 static_assert(KERNEL_PAGE_SHIFT == NATIVE_PAGE_SHIFT, "the module is for pages of 4 KiB");
 
 static_assert(__GFP_MOVABLE == NATIVE_GFP_MOVABLE);
-static_assert(GFP_ATOMIC == NATIVE_GFP_ATOMIC);
-static_assert(GFP_NOWAIT == NATIVE_GFP_NOWAIT);
 static_assert(GFP_KERNEL == NATIVE_GFP_KERNEL);
 static_assert(__GFP_ZERO == NATIVE_GFP_ZERO);
 static_assert(__GFP_KSWAPD_RECLAIM == NATIVE_GFP_KSWAPD_RECLAIM);

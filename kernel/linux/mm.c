@@ -28,12 +28,12 @@ unsigned long helper_page_to_pfn(const struct page *page)
 
 unsigned long helper_page_folio_pages(const struct page *page)
 {
-	return folio_nr_pages(page_folio(page));
+	return folio_nr_pages(page_folio((struct page *)page));
 }
 
 bool helper_page_is_buddy(const struct page *page)
 {
-	return PageBuddy(page);
+	return PageBuddy((struct page *)page);
 }
 
 unsigned long helper_page_buddy_order(const struct page *page)

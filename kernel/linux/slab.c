@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <linux/mm.h>
 #include <linux/slab.h>
 #include <mm/slab.h>
 

@@ -5,15 +5,13 @@
 
 #ifndef KERNEL_NATIVE_TYPES
 #define __GFP_MOVABLE ((gfp_t)0x08u)
-#define __GFP_HIGH ((gfp_t)0x20u)
 #define __GFP_IO ((gfp_t)0x40u)
 #define __GFP_FS ((gfp_t)0x80u)
 #define __GFP_ZERO ((gfp_t)0x100u)
 #define __GFP_DIRECT_RECLAIM ((gfp_t)0x400u)
 #define __GFP_KSWAPD_RECLAIM ((gfp_t)0x800u)
-#define __GFP_NOWARN ((gfp_t)0x2000u)
-#define GFP_NOWAIT (__GFP_KSWAPD_RECLAIM | __GFP_NOWARN)
-#define GFP_ATOMIC (__GFP_HIGH | __GFP_KSWAPD_RECLAIM)
+#define GFP_NOWAIT ((gfp_t)KERNEL_GFP_NOWAIT)
+#define GFP_ATOMIC ((gfp_t)KERNEL_GFP_ATOMIC)
 #define GFP_HIGHUSER_MOVABLE ((gfp_t)KERNEL_GFP_HIGHUSER_MOVABLE)
 #define GFP_KERNEL (__GFP_DIRECT_RECLAIM | __GFP_KSWAPD_RECLAIM | __GFP_IO | __GFP_FS)
 #endif

@@ -24,6 +24,8 @@
 
 #define KERNEL_MAX_PAGE_ORDER 10
 #define KERNEL_MIGRATE_CMA 3
+#define KERNEL_GFP_NOWAIT 0x800u
+#define KERNEL_GFP_ATOMIC 0x820u
 #define KERNEL_GFP_HIGHUSER_MOVABLE 0x2100ccau
 
 /* More than one word of CPUs. */
