@@ -54,6 +54,7 @@ equal "new areas after tracking" "$(stamped | wc -l)" "$(wc -l <areas)"
 
 # The list is read over and over while areas come and go.
 echo 1 >"$parameters"/vmalloc_track_flag
+undo "echo 1 >/sys/block/zram1/reset"
 background sh -c "while :; do
 	echo 1M >/sys/block/zram1/disksize
 	echo 1 >/sys/block/zram1/reset
