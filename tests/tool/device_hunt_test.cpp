@@ -10,11 +10,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <tarnctl/hunt_device.h>
 #include <tarnctl/hunt_print.h>
 #include <tarnctl/kernel_device.h>
 #include <uapi/tarn_device.h>
+
+#include "socket_pair.h"
 
 namespace tarn
 {
@@ -31,12 +32,10 @@ class fake_kernel : public control_device
 public:
 	fake_kernel()
 	{
-		int ends[2];
+		socket_pair ends(SOCK_DGRAM);
 
-		if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) != 0)
-			throw std::runtime_error("no socket pair");
-		log_end = file_descriptor(ends[0]);
-		log = kernel_log(file_descriptor(ends[1]));
+		log_end = std::move(ends.kernels);
+		log = kernel_log(std::move(ends.tools));
 		std::filesystem::create_directory(directory);
 		set("slub_track_flag", "0\n");
 		set("specified_target", "(null)\n");

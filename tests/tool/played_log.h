@@ -2,13 +2,13 @@
 // A kernel log that a test plays.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <tarnctl/kernel_log.h>
+
+#include "socket_pair.h"
 
 namespace tarn
 {
@@ -18,12 +18,10 @@ class played_log
 public:
 	played_log()
 	{
-		int ends[2];
+		socket_pair ends(SOCK_SEQPACKET);
 
-		if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends) != 0)
-			throw std::runtime_error("no socket pair");
-		kernel = file_descriptor(ends[0]);
-		log = kernel_log(file_descriptor(ends[1]));
+		kernel = std::move(ends.kernels);
+		log = kernel_log(std::move(ends.tools));
 	}
 
 	void record(const std::string &record) const

@@ -9,9 +9,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
-#include <sys/socket.h>
 #include <tarnctl/stop_signals.h>
 #include <tarnctl/watch.h>
+
+#include "socket_pair.h"
 
 namespace tarn
 {
@@ -46,12 +47,10 @@ class module_end
 public:
 	module_end()
 	{
-		int ends[2];
+		socket_pair ends(SOCK_DGRAM);
 
-		if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends) != 0)
-			throw std::runtime_error("no socket pair");
-		ours = file_descriptor(ends[0]);
-		channel = lmkd_channel(file_descriptor(ends[1]), 4711);
+		ours = std::move(ends.kernels);
+		channel = lmkd_channel(std::move(ends.tools), 4711);
 	}
 
 	void notify(const frame &f, std::size_t size = sizeof(frame)) const
