@@ -1,40 +1,45 @@
 # SPDX-License-Identifier: GPL-2.0-only
-# The front door. Each target installs what it needs and builds what is not built.
+# Entry points for people. Each target installs the packages it needs and builds what is out of
+# date.
 
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
 CMAKE_FLAGS := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
-# Sanitized code needs line numbers, not speed: half the time to build.
+# Sanitizer builds need line numbers, not speed; this halves the build time.
 TEST_FLAGS := -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1"
+WHOLE_FLAGS := -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ -DTARN_PCH=OFF \
+	-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0 -DTARN_WHOLE_PROGRAM=ON
 CLANG_FLAGS := -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DTARN_PCH=OFF
-# What make run hunts in; an empty CACHE leaves the choice of the cache to the module.
-TRACE ?= examples/fd-leak.ftrace.xz
-CACHE ?= filp
+# The trace that make run hunts in, and perhaps the one cache to look at.
+TRACE ?= examples/slow-leak.ftrace.xz
+CACHE ?=
 
-# What make ko builds for, and with which tools.
+# The kernel tree that make ko builds for, and the variables it passes on.
 KDIR ?=
 KO_FLAGS = $(foreach v,ARCH CROSS_COMPILE LLVM KBUILD_EXTRA_SYMBOLS TARN_PLATFORM,$(if $($(v)),$(v)="$($(v))"))
-# The lab's kernel: DEBUG=1 takes the one that checks itself. SCENARIO runs those with that name only.
-FLAVOUR := $(if $(filter-out 0,$(DEBUG)),debug,plain)
-LAB = $(BUILD)/lab/$(FLAVOUR)
-LAB_RUN = lab/run.sh $(if $(filter debug,$(FLAVOUR)),--debug) --out $(LAB)
-LAB_PARTS = "$$(lab/build_kernel.sh $(FLAVOUR))" $(LAB)/ko $(BUILD)/arm64/bin
+# KERNEL selects the lab's kernel: plain, debug (it checks itself; DEBUG=1 for short) or phone (as
+# strict as a production phone's). SCENARIO selects the scenarios whose names contain it.
+KERNEL ?= $(if $(filter-out 0,$(DEBUG)),debug,plain)
+LAB = $(BUILD)/lab/$(KERNEL)
+LAB_RUN = lab/run.sh --kernel $(KERNEL) --out $(LAB)
+LAB_PARTS = "$$(lab/build_kernel.sh $(KERNEL))" $(LAB)/ko $(BUILD)/arm64/bin
 SCENARIO ?=
 
-.PHONY: help run test check bench stats fuzz tidy format-check format clean deps deps-check \
+.PHONY: help run test check bench stats fuzz tidy one-definition format-check format clean deps \
+	deps-check \
 	deps-lab ko device lab lab-shell lab-build
 
 help:
-	@echo "make run     hunt a slab leak in a recorded trace of a real kernel"
-	@echo "make test    all tests, under ASan+UBSan and TSan, and the lock annotations"
-	@echo "make check   clang-format and clang-tidy"
-	@echo "make bench   what the hot paths cost, beside the plain way"
-	@echo "make ko KDIR=<kernel tree>   the module for a configured kernel tree"
-	@echo "make device  the static tarnctl for an arm64 device"
-	@echo "make lab     all scenarios on a real kernel in QEMU (DEBUG=1: on one that checks itself)"
-	@echo "make lab-shell   a shell in that kernel, everything loaded"
-	@echo "make stats   lines of code and of tests"
+	@echo "make run     hunt a slab leak in a trace recorded on a real kernel"
+	@echo "make test    run all tests (ASan+UBSan, TSan) and check the lock annotations"
+	@echo "make check   run clang-format and clang-tidy, and find types or symbols defined twice"
+	@echo "make bench   measure the hot paths against a straightforward implementation"
+	@echo "make ko KDIR=<kernel tree>   build the module for a configured kernel tree"
+	@echo "make device  build a static tarnctl for an arm64 device"
+	@echo "make lab     run all scenarios on a real kernel in QEMU (DEBUG=1: a debugging kernel)"
+	@echo "make lab-shell   open a shell on that kernel with everything loaded"
+	@echo "make stats   count lines of code and tests"
 	@echo "make fuzz    fuzz the trace reader for a minute"
 
 deps:
@@ -60,9 +65,9 @@ test: deps-check
 	ctest --test-dir $(BUILD)/tsan --output-on-failure --no-tests=error -L concurrent -j $(JOBS)
 	@scripts/quiet_build.sh $(BUILD)/clang module_objects hosted_kernel -- $(CMAKE_FLAGS) \
 		$(CLANG_FLAGS)
-	@echo "Lock annotations hold (clang -Wthread-safety)."
+	@echo "Lock annotations are correct (clang -Wthread-safety)."
 
-check: format-check tidy
+check: format-check tidy one-definition
 
 bench: deps
 	@scripts/quiet_build.sh $(BUILD)/bench bench -- $(CMAKE_FLAGS) -DCMAKE_BUILD_TYPE=Release \
@@ -76,7 +81,7 @@ fuzz: deps-check
 	$(BUILD)/fuzz/bin/trace_fuzz -max_total_time=60 -max_len=65536
 
 ko:
-	@scripts/install_deps.sh ko "$(CROSS_COMPILE)"
+	@scripts/install_deps.sh ko "$(CROSS_COMPILE)" "$(LLVM)"
 	@scripts/build_ko.sh "$(KDIR)" $(BUILD)/ko $(KO_FLAGS)
 
 device:
@@ -85,11 +90,12 @@ device:
 		-DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DTARN_DEVICE_ONLY=ON
 
 deps-lab:
-	@scripts/install_deps.sh lab
+	@scripts/install_deps.sh lab $(KERNEL)
 
 lab-build: deps-lab device
-	@kernel=$$(lab/build_kernel.sh $(FLAVOUR)) && \
-		scripts/build_ko.sh "$$kernel" $(LAB)/ko ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu-
+	@kernel=$$(lab/build_kernel.sh $(KERNEL)) && \
+		scripts/build_ko.sh "$$kernel" $(LAB)/ko ARCH=arm64 \
+		$(if $(filter phone,$(KERNEL)),LLVM=-19,CROSS_COMPILE=aarch64-linux-gnu-)
 
 lab: lab-build
 	@$(LAB_RUN) $(LAB_PARTS) $(SCENARIO)
@@ -109,6 +115,10 @@ tidy: deps-check
 	@scripts/quiet_build.sh $(BUILD)/clang module_objects hosted_kernel -- $(CMAKE_FLAGS) \
 		$(CLANG_FLAGS)
 	@scripts/tidy.sh $(BUILD)/clang $(JOBS)
+
+one-definition: deps-check
+	@scripts/quiet_build.sh $(BUILD)/whole whole_program -- $(CMAKE_FLAGS) $(WHOLE_FLAGS)
+	@echo "Each type and symbol is defined once."
 
 stats:
 	@scripts/stats.sh

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the CMA probes, the pin probes and the abort hooks cost. Beside the CMA probes the least
-// that the same bookkeeping can cost: the same walk over an array of the same records, with no
-// lock, no memory and no stack to take.
+// Cost of the CMA probes, the pin probes and the abort hooks. The plain side of the CMA probes is a
+// lower bound for the same bookkeeping: the same walk over an array of the same records, without a
+// lock, an allocation or a stack capture.
 #include <cstring>
 #include <optional>
 #include <random>
 
 #include <cma_track.h>
 #include <fmt/format.h>
-#include <hosted/callstack.h>
 #include <hosted/cma.h>
 #include <hosted/core_tracepoints.h>
+#include <hosted/engine/callstack.h>
 #include <hosted/kprobes.h>
 #include <hosted/pins.h>
 
@@ -25,7 +25,7 @@ constexpr unsigned long area_pages = 32768;
 constexpr unsigned long range_pages = 2;
 constexpr std::size_t batch = 256;
 
-// The module's records. The area is not the target, so that nothing is counted and told.
+// The module's records. The area is not the target, so its usage is neither counted nor reported.
 class cma_rig
 {
 public:
@@ -44,7 +44,7 @@ private:
 	hosted::machine machine_;
 	const char *name_ = helper_cma_name(&hosted::add_cma_area("camera", 0, area_pages));
 	hosted::loaded_module module_;
-	// As deep as a driver's allocation.
+	// As deep as the stack of a driver's allocation.
 	const std::vector<unsigned long> stack_ = [] {
 		constexpr int depth = 12;
 		std::vector<unsigned long> frames;
@@ -58,7 +58,7 @@ private:
 	const hosted::frame_scope frames_{stack_};
 };
 
-// The newest record is the last one, and is looked at first.
+// The newest record is last and is examined first.
 class array_rig
 {
 public:
@@ -103,7 +103,7 @@ private:
 	std::vector<record> records_;
 };
 
-// Ranges in a shuffled order, of which the first ones are live.
+// Ranges in shuffled order; the first ones are live.
 template <class Rig>
 class live_ranges
 {
@@ -124,7 +124,7 @@ public:
 	{
 		rig_.release(ranges_[--live_]);
 	}
-	// So that half of the records are looked at.
+	// On average this examines half of the records.
 	void release_any()
 	{
 		std::swap(ranges_[random_() % live_], ranges_[live_ - 1]);
@@ -165,7 +165,7 @@ void cma_alloc_and_release(benchmark::State &state, Rig &r, std::size_t live)
 		});
 }
 
-// A kernel of frames whose first pageblock is CMA's, with the module or without it.
+// A kernel whose first pageblock is CMA, with or without the module.
 template <bool loaded>
 class kernel_rig
 {
@@ -185,7 +185,7 @@ private:
 	std::optional<hosted::loaded_module> module_;
 };
 
-// A pin that is not reported; the pin before all sets the interval going.
+// A pin that is not reported. One pin before all others starts the interval.
 template <class Rig>
 void pin(benchmark::State &state, Rig &, const char *comm, unsigned long pfn, unsigned flags)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: bench JSON_FILE XZ_TRACE TRACE [Google Benchmark's options]
-// Prints the medians over the repetitions, ours beside the plain way, and writes them to the file.
+// Prints the medians of the repetitions, module beside plain way, and writes them to the file.
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -17,7 +17,7 @@ namespace bench
 namespace
 {
 
-// What an event of one side of a row costs.
+// Cost of an event on one side of a row.
 struct figures {
 	double time = 0; // ns; 0: not measured
 	double instructions = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The measuring of one benchmark.
+// Measures one benchmark.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 namespace bench
 {
 
-// User-space instructions of the thread that asked first; 0 where the machine cannot count them.
+// User-space instructions of the thread that called first; 0 if the machine cannot count them.
 std::uint64_t instructions();
 
 inline double seconds(clockid_t clock)
@@ -22,9 +22,9 @@ inline double seconds(clockid_t clock)
 	return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
-// Measures batch, which is that many events, once an iteration; prepare runs before each. The clock
-// is the thread's or the program's own processor time, which other programs do not share in, or
-// where threads wait for each other the wall's.
+// Measures batch, which consists of this many events, once per iteration; prepare runs before each.
+// The clock is the processor time of the thread or the program, which other programs do not affect,
+// or the wall clock where threads wait for each other.
 template <class Prepare, class Batch>
 void measure(benchmark::State &state, std::size_t events, clockid_t clock, Prepare prepare,
 	     Batch batch)

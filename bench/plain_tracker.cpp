@@ -9,7 +9,8 @@
 #include <kernel/preempt.h>
 #include <kernel/printk.h>
 #include <kernel/stackdepot.h>
-#include <page_stat.h>
+#include <kernel/stacktrace.h>
+#include <page_counts.h>
 
 namespace bench
 {
@@ -19,12 +20,13 @@ namespace
 constexpr unsigned long leak_threshold_k = 1048576;
 constexpr int reported_count = 50;
 constexpr long reported_tasks = 3;
-// The recorder, the probe, the tracepoint's own function and two of the allocator.
+// The recorder, the probe, the tracepoint and two functions of the allocator.
 constexpr unsigned own_frames = 5;
 
 using record = plain_tracker::record;
 
-// Gives each run of records with the same frames its total, and keeps the first few of the run.
+// Gives each run of records with the same frames its total, and keeps only the first few of the
+// run.
 void keep_heaviest_of_stack(std::vector<record> &records)
 {
 	auto kept = records.begin();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the module's slab tracker is measured against: the same job with one mutex and one hash map,
-// aggregated at once in the probe.
+// The baseline for the module's slab tracker: the same job with one mutex and one hash map, updated
+// directly in the probe.
 #pragma once
 
 #include <array>
@@ -22,7 +22,7 @@ class plain_tracker
 {
 public:
 	struct caller {
-		std::array<unsigned long, 7> frames; // innermost first, 0 behind the last
+		std::array<unsigned long, 7> frames; // innermost first, 0 after the last
 		std::array<char, TASK_COMM_LEN> comm;
 
 		bool operator==(const caller &) const = default;
@@ -40,13 +40,14 @@ public:
 
 	explicit plain_tracker(const kmem_cache *target) : target_(target) {}
 
-	// The probe of a slab allocation; data is the tracker.
+	// Probe of a slab allocation; data is the tracker.
 	static void probe(void *data, void *object, unsigned long addr, kmem_cache *cache);
 	void switch_on()
 	{
 		on_ = true;
 	}
-	// Empties the map: the callers seen often, grouped by stack, heaviest first, logged too.
+	// Empties the map and returns, and logs, the callers seen often, grouped by stack, heaviest
+	// first.
 	std::vector<record> read(std::size_t max_records);
 
 	// How long the last readout held the lock.
@@ -54,7 +55,7 @@ public:
 	{
 		return held_;
 	}
-	// Makes it as if every caller had been seen that often.
+	// Sets the count of every caller.
 	void set_counts(int count);
 
 private:

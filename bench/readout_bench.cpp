@@ -3,8 +3,8 @@
 #include <chrono>
 
 #include <fmt/format.h>
-#include <hosted/log.h>
-#include <platform/lmkd.h>
+#include <hosted/engine/log.h>
+#include <platform/hosted/lmkd.h>
 
 #include "rig.h"
 
@@ -47,7 +47,7 @@ void notification(benchmark::State &state, rig &r)
 		},
 		[&] { repeat(queue_capacity, [&] { lmkd_notify(8); }); });
 	if (daemon.collect().size() != queue_capacity)
-		state.SkipWithError("notifications are lost");
+		state.SkipWithError("notifications were lost");
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What an allocation pays, and what the drain pays afterwards.
+// Cost of an allocation, and of the drain afterwards.
 #include <atomic>
 #include <stop_token>
 #include <thread>
@@ -47,7 +47,7 @@ void new_stack(benchmark::State &state, auto &r)
 	});
 }
 
-// Of a ring that is one event short of waking the thread, with or without the recording.
+// Drains a ring that is one event short of waking the thread; measures the recording too if asked.
 void drain(benchmark::State &state, auto &r, std::size_t pairs, bool record_too)
 {
 	constexpr std::size_t events = batch_events - 1;
@@ -68,7 +68,7 @@ void drain(benchmark::State &state, auto &r, std::size_t pairs, bool record_too)
 		});
 }
 
-// Two threads record at the same time; one of them is measured.
+// Two threads record at the same time; only one is measured.
 void contended(benchmark::State &state, auto &r, std::size_t pairs)
 {
 	constexpr std::size_t events = batch_events / 2 - 1;

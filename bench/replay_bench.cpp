@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The replay of a recorded trace, compressed as it is and as plain text.
+// Replay of a recorded trace, compressed and as plain text.
 #include <string>
 
-#include <tarnctl/replay.h>
-#include <tarnctl/trace_reader.h>
+#include <tarnctl/hunt/replay.h>
+#include <tarnctl/ledger/ledger.h>
+#include <tarnctl/trace/reader.h>
 
 #include "rig.h"
 
@@ -12,25 +13,25 @@ namespace bench
 namespace
 {
 
-using tarn::trace::directory;
+using tarn::trace::cache_index;
 
-// What precedes every replay: the pass that finds the caches.
+// Precedes every replay: the pass that finds the caches.
 void check(benchmark::State &state, const std::string &path)
 {
 	measure(
-		state, directory(path).event_lines(), CLOCK_THREAD_CPUTIME_ID, [] {},
-		[&] { benchmark::DoNotOptimize(directory(path).event_lines()); });
+		state, cache_index(path).facts().events, CLOCK_THREAD_CPUTIME_ID, [] {},
+		[&] { benchmark::DoNotOptimize(cache_index(path).facts().events); });
 }
 
 void read(benchmark::State &state, const std::string &path)
 {
-	const directory dir(path);
+	const cache_index dir(path);
 
 	measure(
-		state, dir.event_lines(), CLOCK_THREAD_CPUTIME_ID, [] {},
+		state, dir.facts().events, CLOCK_THREAD_CPUTIME_ID, [] {},
 		[&] {
-			tarn::trace::frame_table frames;
-			tarn::trace::reader reader(path, dir, frames);
+			tarn::trace::stack_table stacks;
+			tarn::trace::reader reader(path, dir, stacks);
 			tarn::trace::event event;
 
 			while (reader.next(event))
@@ -38,16 +39,36 @@ void read(benchmark::State &state, const std::string &path)
 		});
 }
 
-// Drains take turns with the replay, so the program's processor time is what passes on an idle
-// machine.
+// The same with the account of all objects: what `tarnctl hunt` does.
+void follow(benchmark::State &state, const std::string &path)
+{
+	const cache_index dir(path);
+
+	measure(
+		state, dir.facts().events, CLOCK_THREAD_CPUTIME_ID, [] {},
+		[&] {
+			tarn::trace::stack_table stacks;
+			tarn::trace::reader reader(path, dir, stacks);
+			tarn::ledger::ledger account(dir, stacks, {}, {});
+			tarn::trace::event event;
+
+			while (reader.next(event))
+				account.take(event);
+			account.finish();
+			benchmark::DoNotOptimize(account.peak_bytes());
+		});
+}
+
+// Drains alternate with the replay, so the program's processor time equals the elapsed time on an
+// idle machine.
 void replay(benchmark::State &state, rig &r, const std::string &path)
 {
-	const directory dir(path);
+	const cache_index dir(path);
 	tarn::replay trace(path, dir);
 
 	r.track("filp");
 	measure(
-		state, dir.event_lines(), CLOCK_PROCESS_CPUTIME_ID,
+		state, dir.facts().events, CLOCK_PROCESS_CPUTIME_ID,
 		[&] { trace.allocate_existing(); }, [&] { trace.run(); });
 	if (r.recorded() == 0)
 		state.SkipWithError("nothing was recorded");
@@ -62,6 +83,7 @@ void add_replay_benchmarks(const std::string &xz, const std::string &plain_text)
 
 		add<rig>("trace check" + row, [=](auto &state, rig &) { check(state, path); });
 		add<rig>("trace reading" + row, [=](auto &state, rig &) { read(state, path); });
+		add<rig>("ledger" + row, [=](auto &state, rig &) { follow(state, path); });
 		add<rig>(
 			"tracked replay" + row,
 			[=](auto &state, rig &r) { replay(state, r, path); }, 3);

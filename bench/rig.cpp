@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
-#include <hosted/callstack.h>
+#include <hosted/engine/callstack.h>
 #include <hosted/sysfs.h>
 #include <linux/perf_event.h>
 #include <sys/syscall.h>
@@ -59,7 +59,7 @@ rig::rig()
 {
 	const platform::client::results started = client_.start();
 
-	require(started.memtrack == 0 && started.netlink == 0, "the module does not start");
+	require(started.memtrack == 0 && started.netlink == 0, "the module failed to start");
 }
 
 void rig::track(const std::string &name)
@@ -69,7 +69,7 @@ void rig::track(const std::string &name)
 
 	require(taken > 0 && client_.command(MEMTYPE_SLUB, MEMCHECK_CMD_PREPARE) == 0 &&
 			client_.command(MEMTYPE_SLUB, MEMCHECK_CMD_ON) == 0,
-		"tracking does not switch on");
+		"tracking failed to switch on");
 }
 
 void rig::set_counts(int count)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the benchmarks run on: a booted kernel with a tracker, and tasks that allocate. The module
-// and the plain tracker offer the same, so that a benchmark is written once.
+// Test rigs for the benchmarks: a booted kernel with a tracker, and tasks that allocate. The
+// module's rig and the plain tracker's have the same interface, so each benchmark is written once.
 #pragma once
 
 #include <algorithm>
@@ -9,14 +9,14 @@
 #include <utility>
 #include <vector>
 
-#include <hosted/context.h>
-#include <hosted/irqs_off.h>
-#include <hosted/loader.h>
-#include <hosted/machine.h>
+#include <hosted/engine/context.h>
+#include <hosted/engine/irqs_off.h>
+#include <hosted/engine/loader.h>
+#include <hosted/engine/machine.h>
 #include <hosted/slab.h>
-#include <hosted/tasks.h>
+#include <hosted/task_control.h>
 #include <hosted/vendor_hooks.h>
-#include <platform/client.h>
+#include <platform/hosted/client.h>
 #include <slub_track.h>
 
 #include "measure.h"
@@ -27,7 +27,7 @@ namespace bench
 
 // Half a ring: the last event of a batch wakes the drain thread.
 inline constexpr std::size_t batch_events = slub_ring_entries / 2;
-// What a readout asks of a tracker.
+// The number of records that a readout asks for.
 inline constexpr std::size_t max_records = 8192;
 
 class rig
@@ -36,9 +36,9 @@ public:
 	static constexpr char side[] = "ours";
 
 	rig();
-	// Chooses the cache and switches tracking on.
+	// Selects the cache and switches tracking on.
 	void track(const std::string &name = "bench");
-	// An allocation as the kernel tells of it; what stands for the object is never looked into.
+	// An allocation as the kernel reports it; the object itself is never accessed.
 	void fire()
 	{
 		trace_android_vh_slab_alloc_node(this, 0, cache_);
@@ -48,7 +48,7 @@ public:
 	{
 		probe_(nullptr, this, 0, cache_);
 	}
-	// Gives the drain thread its turn and folds in what is left.
+	// Lets the drain thread run and folds in what is left.
 	void drain()
 	{
 		hosted::settle();
@@ -59,7 +59,7 @@ public:
 		fetch_(SLUB_ALLOC);
 	}
 	void set_counts(int count);
-	// Returns how long the tracker was locked.
+	// Returns how long the tracker held its lock.
 	std::chrono::nanoseconds read();
 	// Allocations recorded since tracking was switched on.
 	[[nodiscard]] u64 recorded() const;
@@ -77,7 +77,7 @@ private:
 	decltype(&slub_fetch_node) fetch_;
 };
 
-// Its tracepoint is its own, but fires exactly as the allocator's does.
+// It has its own tracepoint, which fires exactly like the allocator's.
 class plain_rig
 {
 public:
@@ -94,7 +94,7 @@ public:
 	}
 	void fire()
 	{
-		hosted::fire(point_, static_cast<void *>(this), 0UL, cache_);
+		hosted::trace_call<android_vh_slab_alloc_node_probe>{point_}(this, 0, cache_);
 	}
 	void call()
 	{
@@ -117,13 +117,13 @@ private:
 	kmem_cache *cache_ = hosted::add_cache("bench", 256);
 	plain_tracker tracker_{cache_};
 	tracepoint point_{"plain_slab_alloc_node", 2};
-	// volatile: called as the module's is, through a pointer that the compiler cannot see
-	// through
+	// volatile: called like the module's probe, through a pointer that the compiler cannot see
+	// through.
 	decltype(&plain_tracker::probe) volatile probe_ = plain_tracker::probe;
 };
 
-// What the current thread is, one (call stack, task) pair after another in a shuffled order. One at
-// a time on a thread.
+// Makes the current thread one (call stack, task) pair after another in shuffled order. One per
+// thread at a time.
 class callers
 {
 public:
@@ -140,7 +140,7 @@ public:
 		caller_ = caller;
 		ctx_.task = task;
 	}
-	// A call stack that nothing has seen.
+	// Switches to a call stack that has not been seen yet.
 	void next_new()
 	{
 		caller_ = unseen += 16;
@@ -168,7 +168,7 @@ void repeat(std::size_t times, Event event)
 		event();
 }
 
-// That many allocations, each by the next caller.
+// Makes this many allocations, each by the next caller.
 void allocate_as(auto &r, callers &who, std::size_t times)
 {
 	repeat(times, [&] {
@@ -177,7 +177,7 @@ void allocate_as(auto &r, callers &who, std::size_t times)
 	});
 }
 
-// Makes each pair seen once, and leaves nothing pending.
+// Makes each pair allocate once and leaves nothing pending.
 void see_all(auto &r, callers &who)
 {
 	for (std::size_t done = 0; done < who.pairs(); done += batch_events) {

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: run.sh BUILD_DIR [BENCHMARK_OPTION...]
-# Measures, with the repetitions of all benchmarks interleaved so that other work on the machine hits
-# both sides of a row alike; prints the medians and writes them to BUILD_DIR/bench.json.
+# Runs the benchmarks with their repetitions interleaved, so that other work on the machine affects
+# both sides of a row equally. Prints the medians and writes them to BUILD_DIR/bench.json.
 set -euo pipefail
 
 build_dir=$1

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Changes of a gigabyte of memory, an entry of a page table or a page structure at a time. The
-// plain side is the bare loop of the stores, or where a row says "ordered" that loop with the
-// barrier or the atomic operation that each store needs.
+// Changes a gigabyte of memory, one page table entry or page structure at a time. The plain side is
+// a bare loop of the stores; in rows marked "ordered", each store has the barrier or the atomic
+// operation that it needs.
 #include <algorithm>
 #include <atomic>
 #include <memory>
 #include <vector>
 
-#include <hosted/loader.h>
-#include <hosted/machine.h>
+#include <hosted/engine/loader.h>
+#include <hosted/engine/machine.h>
 #include <hosted/pgtable.h>
 #include <hosted/scatterlist.h>
 #include <mem_adapter.h>
@@ -43,7 +43,8 @@ public:
 		for (u64 at = 0; at < gib; at += entry_span(2))
 			hosted::boot_map(virt + at, 2, (phys + at) | (normal & ~2ULL));
 	}
-	// The whole gigabyte; moved: to the next page, which takes blocks apart.
+	// Changes the whole gigabyte. moved maps each page to the next frame, which splits the
+	// blocks.
 	void change(std::size_t stores, bool moved)
 	{
 		const unsigned long barriers = hosted::table_activity().barriers;
@@ -79,7 +80,7 @@ private:
 		module_.symbol<decltype(tarn_change_secpage_range)>("tarn_change_secpage_range");
 	decltype(tarn_change_page_flag) *set_flags_ =
 		module_.symbol<decltype(tarn_change_page_flag)>("tarn_change_page_flag");
-	std::vector<page> memory_ = std::vector<page>(pages);
+	std::span<page> memory_ = hosted::make_pages(pages);
 	hosted::scatter_table table_{segments()};
 	bool turn_ = false;
 	bool done_ = true;
@@ -135,7 +136,7 @@ void change(benchmark::State &state, auto &r, std::size_t stores, bool moved)
 		},
 		[&] { r.change(stores, moved); });
 	if (!r.done())
-		state.SkipWithError("not all entries were written");
+		state.SkipWithError("some entries were not written");
 }
 
 void change_pages(benchmark::State &state, auto &r)
@@ -153,7 +154,7 @@ void set_flags(benchmark::State &state, auto &r)
 		state, pages, CLOCK_THREAD_CPUTIME_ID, [&] { set = !set; },
 		[&] { r.set_flags(set); });
 	if (!r.done())
-		state.SkipWithError("not all flags were changed");
+		state.SkipWithError("some flags were not changed");
 }
 
 template <class Run>

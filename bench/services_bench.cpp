@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The watermark check and a pass of the killer. The plain way is the least that such a job can
-// cost: the same numbers out of plain arrays, without a lock.
+// The watermark check and one pass of the killer. The plain way is a lower bound for the job: the
+// same numbers from plain arrays, without a lock.
 #include <array>
 #include <random>
 #include <string>
 #include <vector>
 
-#include <hosted/log.h>
+#include <hosted/engine/log.h>
 #include <hosted/mmzone.h>
 #include <hosted/process.h>
 
@@ -54,7 +54,7 @@ bool plain_check(const std::array<plain_zone, 3> &zones)
 	return true;
 }
 
-// Both zones with memory pass at the third order that they are searched in.
+// Both zones with memory pass at the third order searched.
 void set_zones(unsigned long drift_mark)
 {
 	for (const int index : {1, 2}) {
@@ -79,7 +79,7 @@ void watermark(benchmark::State &state, rig &r, unsigned long drift_mark)
 
 void plain_watermark(benchmark::State &state, long drift_mark)
 {
-	// volatile: called as an export is
+	// volatile: called like an export.
 	decltype(&plain_check) volatile const check = plain_check;
 	std::array<plain_zone, 3> zones{};
 	bool all = true;

@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: GPL-2.0-only
-# Programs for an arm64 device, with Debian's cross compilers.
+# Builds programs for an arm64 device with Debian's cross compilers.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 
-# Libraries are the target's. Headers without a library are the same everywhere: the host's will do.
+# Libraries must be the target's. Header-only libraries are the same on every architecture, so the
+# host's headers are used.
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: GPL-2.0-only
-# What programs for a device are built from: static, with libraries that are headers alone.
+# Programs for a device are static and use only header-only libraries.
 add_link_options(-static -s)
 
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
-# The host's {fmt} package goes with the host's library; its headers serve without.
+# The host's {fmt} package expects the host's library; its headers also work without it.
 find_path(FMT_HEADERS fmt/format.h REQUIRED)
 add_library(device_fmt INTERFACE)
 target_include_directories(device_fmt SYSTEM INTERFACE ${FMT_HEADERS})

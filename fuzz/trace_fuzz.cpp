@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <tarnctl/trace_directory.h>
-#include <tarnctl/trace_error.h>
-#include <tarnctl/trace_frames.h>
-#include <tarnctl/trace_reader.h>
+#include <tarnctl/ledger/ledger.h>
+#include <tarnctl/ledger/screen.h>
+#include <tarnctl/trace/cache_index.h>
+#include <tarnctl/trace/error.h>
+#include <tarnctl/trace/reader.h>
+#include <tarnctl/trace/stacks.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -23,40 +25,55 @@ void require(bool condition)
 		abort();
 }
 
-/* Any input may be refused; one that is taken must be consistent in what a consumer builds on. */
+// Any input may be rejected; an accepted one must satisfy what its consumers rely on.
 void read_trace(const std::string &path)
 {
-	const directory dir(path);
-	frame_table frames;
-	reader events(path, dir, frames);
+	const cache_index dir(path);
+	stack_table stacks;
+	reader events(path, dir, stacks);
+	tarn::ledger::ledger account(dir, stacks, {}, {});
 	std::vector<std::uint32_t> owner;
 	std::vector<std::uint64_t> unseen(dir.caches().size());
 	std::uint64_t count = 0;
+	std::uint64_t living = 0;
+
 	for (event e = {}; events.next(e); count++) {
-		require(e.cache < dir.caches().size());
-		require(e.frame_count >= 1 && e.frame_count <= frame_limit);
-		for (const std::uint32_t id : e.stack())
-			require(id < frames.size());
+		require(e.cache < dir.caches().size() || (e.cache == none && is_free(e.kind)));
+		require(e.stack < stacks.size() && !stacks[e.stack].empty());
+		account.take(e);
 		if (e.displaced != none) {
 			require(owner.at(e.displaced) != none);
 			owner[e.displaced] = none;
+			living--;
 		}
 		if (is_free(e.kind) && e.object == none) {
-			unseen[e.cache]++;
+			if (e.cache != none && e.ptr != 0)
+				unseen[e.cache]++;
 		} else if (is_free(e.kind)) {
-			require(owner.at(e.object) == e.cache);
+			require(owner.at(e.object) != none);
+			if (owner[e.object] != e.cache)
+				unseen[e.cache]++;
 			owner[e.object] = none;
+			living--;
 		} else if (e.object != none) {
 			require(e.object <= owner.size());
 			if (e.object == owner.size())
 				owner.push_back(none);
 			require(owner[e.object] == none);
 			owner[e.object] = e.cache;
+			living++;
 		}
 	}
-	require(count <= dir.event_lines());
+	require(count == dir.facts().events);
 	for (std::size_t i = 0; i < unseen.size(); i++)
 		require(dir.caches()[i].existing == unseen[i]);
+	account.finish();
+	for (const tarn::ledger::cache_account &c : account.caches()) {
+		require(c.allocated == c.freed + c.unseen + c.live);
+		living -= c.live;
+	}
+	require(living == 0);
+	tarn::ledger::screen_text(account, {}, {});
 }
 
 } // namespace
@@ -69,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 	try {
 		read_trace("/proc/self/fd/" + std::to_string(fd));
 	} catch (const trace_error &) {
-		/* Refused. */
+		// Rejected.
 	}
 	close(fd);
 	return 0;

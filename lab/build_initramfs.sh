@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: build_initramfs.sh KERNEL_BUILD KO_DIR BIN_DIR OUTPUT
-# Packs the guest: a static busybox (fetched once into the cache), the modules in KO_DIR with their
-# dependencies resolved, the arm64 programs in BIN_DIR, and the scenarios.
+# Packs the guest's root file system: a static busybox (downloaded once into the cache), the modules
+# in KO_DIR with their dependencies resolved, the arm64 programs in BIN_DIR, and the scenarios.
 set -eu
 
 if [ $# -ne 4 ]; then
@@ -13,8 +13,8 @@ kernel=$1 modules=$2 programs=$3 output=$4
 lab=$(cd "$(dirname "$0")" && pwd)
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tarn-lab
 
-# The guest's architecture is asked of Debian's archive in a state directory of its own, so that the
-# host's package manager never hears of it.
+# Uses a private apt state directory, so that the host's package manager does not learn of the
+# guest's architecture.
 fetch_busybox() {
 	state=$(mktemp -d)
 	mkdir -p "$state/lists/partial" "$state/archives/partial"
@@ -54,7 +54,8 @@ done
 : >"$tree/modules.order"
 depmod -b "$root" "$release"
 
-# What the adapter exports, to whom, and which of it the client links, for the guest to compare.
+# Lists the adapter's exports (marking those for GPL modules) and the symbols that the client links
+# to, for the guest to compare.
 if [ -e "$tree/tarn_mem_adapter.ko" ] && [ -e "$tree/tarn_client.ko" ]; then
 	aarch64-linux-gnu-objdump -t "$tree/tarn_mem_adapter.ko" | awk '
 		$3 ~ /^__ksymtab(_gpl)?$/ && sub("^__ksymtab_", "", $NF) {
@@ -66,7 +67,7 @@ fi
 
 cp "$lab/init" "$root/init"
 cp "$lab/kernel_trouble" "$root/lab/"
-cp -r "$lab/scenarios" "$root/lab/"
+cp -r "$lab/scenarios" "$lab/recordings" "$root/lab/"
 chmod 755 "$root/init"
 mkdir -p "$(dirname "$output")"
 (cd "$root" && find . | sort | cpio -o -H newc -R 0:0 --quiet) | gzip -1 >"$output"

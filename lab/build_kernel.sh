@@ -1,24 +1,43 @@
 #!/bin/sh
 # SPDX-License-Identifier: GPL-2.0-only
+# Usage: build_kernel.sh [plain|debug|phone]
 # Builds the lab's kernel from Debian's source package, once for each configuration, and prints the
-# directory of the build (what KDIR wants) as its last line. With an argument "debug" it is the
-# kernel that checks itself. Everything lands in the cache, outside the checkout.
+# build directory (a KDIR) as its last line. plain is built with GCC, debug checks itself, and phone
+# is built with Clang and enforces what a phone's kernel does. Everything is stored in the cache,
+# outside the checkout.
 set -eu
 
 flavour=${1:-plain}
 lab=$(cd "$(dirname "$0")" && pwd)
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tarn-lab
 package=linux-source-6.12
-cross=aarch64-linux-gnu-
-# Functions that the hooks stand on stay functions that a kprobe finds.
-kcflags=-fno-inline-functions-called-once
+
+# The flags keep the functions that the hooks probe from being inlined.
+case $flavour in
+plain | debug)
+	compiler=aarch64-linux-gnu-gcc
+	set -- CROSS_COMPILE=aarch64-linux-gnu- KCFLAGS=-fno-inline-functions-called-once
+	;;
+phone)
+	compiler=clang-19
+	set -- LLVM=-19 CFLAGS_compaction.o=-finline-hint-functions
+	;;
+*)
+	echo "build_kernel: there is no kernel flavour \"$flavour\"; there are plain, debug, phone" >&2
+	exit 2
+	;;
+esac
 
 fragments=$lab/kernel.config
 [ "$flavour" = plain ] || fragments="$fragments $lab/kernel.$flavour.config"
 
 version=$(dpkg-query -W -f '${Version}' "$package")
 # shellcheck disable=SC2086 # a list of files
-key=$({ echo "$version $kcflags"; ${cross}gcc --version; cat $fragments; } | sha256sum | cut -c1-12)
+key=$({
+	echo "$version $*"
+	$compiler --version
+	grep -hE '^(# )?CONFIG_' $fragments
+} | sha256sum | cut -c1-12)
 source=$cache/source-$version
 build=$cache/kernel-$flavour-$key
 
@@ -35,13 +54,12 @@ if [ ! -e "$build/complete" ]; then
 		tar -xf "/usr/src/$package.tar.xz" -C "$source" --strip-components=1
 		touch "$source/complete"
 	fi
-	echo "lab: building the $flavour kernel, ten minutes and more on two cores;" \
-	     "the log is $build.log" >&2
+	echo "lab: building the $flavour kernel (at least ten minutes on two cores);" \
+	     "see $build.log" >&2
 	rm -rf "$build"
 	mkdir -p "$build"
 	make_kernel() {
-		make -C "$source" O="$build" ARCH=arm64 CROSS_COMPILE=$cross KCFLAGS=$kcflags \
-			KBUILD_BUILD_USER=lab KBUILD_BUILD_HOST=lab "$@"
+		make -C "$source" O="$build" ARCH=arm64 KBUILD_BUILD_USER=lab KBUILD_BUILD_HOST=lab "$@"
 	}
 	fail() {
 		tail -n 20 "$build.log" >&2
@@ -50,17 +68,17 @@ if [ ! -e "$build/complete" ]; then
 	}
 	# shellcheck disable=SC2086 # a list of files
 	{
-		make_kernel tinyconfig &&
+		make_kernel "$@" tinyconfig &&
 		"$source/scripts/kconfig/merge_config.sh" -m -O "$build" "$build/.config" \
 			$fragments &&
-		make_kernel olddefconfig
-	} >"$build.log" 2>&1 || fail "the kernel cannot be configured"
+		make_kernel "$@" olddefconfig
+	} >"$build.log" 2>&1 || fail "configuring the kernel failed"
 	# shellcheck disable=SC2086 # a list of files
 	for option in $(grep -h '^CONFIG' $fragments); do
-		grep -qx "$option" "$build/.config" || fail "the kernel refuses $option"
+		grep -qx "$option" "$build/.config" || fail "the kernel's configuration rejects $option"
 	done
-	make_kernel -j"$(nproc)" Image modules >>"$build.log" 2>&1 ||
-		fail "the kernel does not build"
+	make_kernel "$@" -j"$(nproc)" Image modules >>"$build.log" 2>&1 ||
+		fail "building the kernel failed"
 	touch "$build/complete"
 fi
 echo "$build"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: console_trouble.sh CONSOLE_LOG
-# Prints the lines of a guest's console that say something is wrong and that the scenario in which
-# they came does not declare ("# expect-log: EXTENDED REGEX"), each behind the scenario's name.
+# Prints the lines of a guest's console that report a problem, each after the name of the scenario
+# that caused it. Lines that the scenario declares ("# expect-log: EXTENDED REGEX") are left out.
 set -eu
 
 lab=$(cd "$(dirname "$0")" && pwd)

@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Usage: run.sh [--debug] [--shell] [--out DIR] KERNEL_BUILD KO_DIR BIN_DIR [WORD...]
-# Boots the lab's guests and runs the scenarios whose names contain one of the words (all without),
-# one line of TAP each; exit status 1 when one fails, hangs, or leaves something in the kernel log.
-# --debug: the kernel checks itself, so it takes more memory and time. --shell: a shell in a guest
-# with everything loaded. --out: where the consoles go (build/lab).
+# Usage: run.sh [--kernel FLAVOUR] [--shell] [--out DIR] KERNEL_BUILD KO_DIR BIN_DIR [WORD...]
+# Boots the lab's guests and runs the scenarios whose names contain one of the words (all without a
+# word), printing one line of TAP each. The exit status is 1 if a scenario fails, hangs or leaves
+# something in the kernel log. --kernel: plain, debug (a debugging kernel, which gets more memory and
+# time) or phone (more processors). --shell: open a shell in a guest with everything loaded. --out:
+# directory for the consoles (default build/lab).
 #
-# Up to four guests run side by side. A scenario says in which ("# lane: 2", else the first): those
-# that mostly wait stand aside, since the machine need not have more than two processors. The fourth
-# has memory behind the first 4 GiB of addresses, and so in zones above the one for 32-bit devices.
+# Up to four guests run side by side. A scenario chooses its guest ("# lane: 2", default 1).
+# Scenarios that mostly wait share guests of their own, since the machine may have only two
+# processors. The fourth guest has memory above the first 4 GiB of addresses, and therefore zones
+# above the one for 32-bit devices.
 set -euo pipefail
 
 usage() {
@@ -18,11 +20,15 @@ usage() {
 
 lab=$(cd "$(dirname "$0")" && pwd)
 out=$lab/../build/lab
-debug=0
+flavour=plain
 shell=0
 while [[ ${1:-} == --* ]]; do
 	case $1 in
-	--debug) debug=1 ;;
+	--kernel)
+		[ $# -gt 1 ] || usage
+		flavour=$2
+		shift
+		;;
 	--shell) shell=1 ;;
 	--out)
 		[ $# -gt 1 ] || usage
@@ -38,21 +44,36 @@ kernel=$1 modules=$2 programs=$3
 shift 3
 
 memory=256 # MiB
-upper=256  # of the fourth guest, above the first 4 GiB of addresses
+upper=256  # memory of the fourth guest above the first 4 GiB of addresses
 movable=128
 slow=1
 run_limit=240 # seconds
+processors=2
+cpu=max
 arguments="console=ttyAMA0 rdinit=/init panic=-1 loglevel=7 printk.devkmsg=on zram.num_devices=2"
-if [ "$debug" = 1 ]; then
+case $flavour in
+plain) ;;
+debug)
 	memory=1280
-	# The kernel's own tables take the upper end.
+	# The kernel's own tables are at the upper end.
 	upper=1280
 	movable=960
 	slow=8
 	run_limit=2700
-	# What stands still for long, and not what a busy host keeps waiting.
+	# Report real stalls, but not a guest that a busy host keeps waiting.
 	arguments+=" kmemleak=on lab_debug=1 rcupdate.rcu_cpu_stall_timeout=120 watchdog_thresh=60"
-fi
+	;;
+phone)
+	# Without the short cut, QEMU computes each pointer's code with the architected cipher.
+	cpu=max,pauth-impdef=on
+	memory=512
+	upper=512
+	movable=256
+	slow=3
+	run_limit=900
+	;;
+*) usage ;;
+esac
 
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
@@ -61,8 +82,8 @@ initramfs=$out/initramfs.gz
 
 dtc=$kernel/scripts/dtc/dtc
 
-# describe NAME MACHINE...: what QEMU tells a guest of its machine, with our areas of contiguous
-# memory, in NAME.dtb.
+# describe NAME MACHINE...: writes the machine's device tree, with our areas of contiguous memory
+# added, to NAME.dtb.
 describe() {
 	local tree=$out/$1.dtb
 
@@ -72,10 +93,11 @@ describe() {
 		"$dtc" -q -I dts -O dtb -o "$tree" -
 }
 
-# boot NAME ARGUMENT...: a guest with its virtual console here and its kernel's in NAME.log.
+# boot NAME ARGUMENT...: runs a guest; its virtual console is our standard input and output, its
+# kernel's console goes to NAME.log.
 boot() {
 	local name=$1
-	local machine=(-M virt -cpu max -smp 2 -m "$memory")
+	local machine=(-M virt -cpu "$cpu" -smp "$processors" -m "$memory")
 
 	shift
 	describe "$name" "${machine[@]}"
@@ -96,7 +118,7 @@ if [ "$shell" = 1 ]; then
 	boot shell lab_mode=shell
 fi
 
-# wanted NAME WORD...
+# wanted NAME WORD...: succeeds if NAME contains one of the words, or if there are none.
 wanted() {
 	local word
 
@@ -119,17 +141,17 @@ for script in "$lab"/scenarios/[0-9]*.sh; do
 	runs[$lane]+=${runs[$lane]:+,}$name
 done
 if [ ${#scenarios[@]} -eq 0 ]; then
-	echo "no scenario has a name like: $*" >&2
+	echo "no scenario matches: $*" >&2
 	exit 2
 fi
-# The kernel that checks itself searches for leaks at the end of each lane.
+# The debugging kernel searches for leaks at the end of each lane.
 for lane in "${!runs[@]}"; do
-	[ "$debug" = 1 ] || continue
+	[ "$flavour" = debug ] || continue
 	scenarios+=("kmemleak-$lane")
 	lane_of[kmemleak-$lane]=$lane
 done
 
-# Each line that a guest says, as a whole, behind the number of its lane.
+# Prints each line of a guest's output after the number of its lane.
 run_lanes() {
 	local lane
 
@@ -137,10 +159,17 @@ run_lanes() {
 		{
 			status=0
 			(
-				# Memory begins at 1 GiB; the host gives what is touched of it.
+				# Memory starts at 1 GiB, hence the 3 GiB below the boundary. The
+				# host backs only the pages that are touched.
 				if [ "$lane" = 4 ]; then
 					memory=$((3072 + upper))
 					arguments+=" movablecore=${movable}M"
+				fi
+				if [ "$flavour" = phone ]; then
+					case $lane in
+					1) arguments+=" slab_nomerge" ;;
+					3) processors=8 ;;
+					esac
 				fi
 				boot "lane$lane" "lab_lane=$lane" "lab_run=${runs[$lane]}"
 			) </dev/null 2>&1 || status=$?
@@ -179,19 +208,19 @@ hear() { # LANE LINE
 		report "not ok" "$name" "$seconds s: $rest"
 		;;
 	"ended 0" | "done") unset "deadline[$lane]" ;;
-	"ended 124") ended[$lane]="the guest was not done within $run_limit s" ;;
+	"ended 124") ended[$lane]="the guest did not finish within $run_limit s" ;;
 	"ended "*) ended[$lane]="QEMU ended with status ${line#ended }" ;;
 	*) echo "# ${line#\# }" ;;
 	esac
 }
 
-# A guest that is too far gone to see its own time limits.
+# Stops a guest that can no longer enforce its own time limits.
 stop_late_lanes() {
 	local lane
 
 	for lane in "${!deadline[@]}"; do
 		[ "$SECONDS" -gt "${deadline[$lane]}" ] || continue
-		echo "# lane $lane: no sign of life"
+		echo "# lane $lane: the guest does not respond"
 		unset "deadline[$lane]"
 		kill "$(cat "$out/lane$lane.pid")" || true
 	done
@@ -228,7 +257,8 @@ for name in "${scenarios[@]}"; do
 	fi
 done
 
-# The consoles hold what the guests' own look at the log may have missed, down to the last line.
+# The guest's own search of its log may have missed something, such as the last lines before it
+# died, so search the consoles too.
 for lane in "${!runs[@]}"; do
 	found=$("$lab/console_trouble.sh" "$out/lane$lane.log") || true
 	[ -n "$found" ] || continue

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: build_ko.sh KERNEL_TREE OUT_DIR [MAKE_VARIABLE=...]...
 # Builds the module and the platform's modules for a configured kernel tree into OUT_DIR. With
-# TARN_PLATFORM=n only the module itself; KBUILD_EXTRA_SYMBOLS then names the Module.symvers of the
-# platform's own ember and tarn_smmu.
+# TARN_PLATFORM=n it builds only the module; KBUILD_EXTRA_SYMBOLS then names the Module.symvers of
+# the platform's own ember and tarn_smmu.
 set -euo pipefail
 
 kernel=$1
@@ -17,19 +17,20 @@ shift 2
 root=$(cd "$(dirname "$0")/.." && pwd)
 
 if [ ! -e "$kernel/.config" ] || [ ! -e "$kernel/Module.symvers" ]; then
-	echo "build_ko: $kernel is no kernel tree that was configured and built:" \
+	echo "build_ko: $kernel is not a configured and built kernel tree:" \
 		"it needs .config and Module.symvers" >&2
 	exit 2
 fi
 
-# Objects of another kernel would be taken for up to date.
+# Objects built for another kernel would look up to date.
 if [ -e "$out/.kernel" ] && [ "$(cat "$out/.kernel")" != "$kernel $*" ]; then
 	find "$out" -mindepth 1 -delete
 fi
 echo "$kernel $*" >"$out/.kernel"
 
-# The kernel's build wants objects beside sources; a mirror of links keeps them out of the checkout.
-for part in drivers kernel/include kernel/linux platform/linux include; do
+# The kernel's build puts objects beside their sources; a mirror of symbolic links keeps them out of
+# the checkout.
+for part in drivers kernel/include kernel/linux platform/include platform/linux include; do
 	[ -d "$root/$part" ] || continue
 	mkdir -p "$out/$part"
 	cp -rsf "$root/$part/." "$out/$part/"
@@ -41,7 +42,7 @@ log=$out/build.log
 echo "Building the modules for $kernel in $out."
 make -C "$kernel" M="$out" "$@" modules >"$log" 2>&1 || {
 	grep -E '(error|ERROR|\*\*\*|undefined)' "$log" >&2 || tail -n 30 "$log" >&2
-	echo "build_ko: the modules do not build for $kernel; the whole log is $log" >&2
+	echo "build_ko: building the modules for $kernel failed; see $log" >&2
 	exit 1
 }
 grep -A 3 'warning:' "$log" >&2 || true

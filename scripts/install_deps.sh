@@ -1,29 +1,36 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Usage: install_deps.sh build|check|device|lab, or install_deps.sh ko [CROSS_COMPILE]
-# Installs the Debian packages that are missing: to build, also to check style and locks, to build
-# programs for an arm64 device, a kernel for the lab that boots it, or a module with a compiler prefix.
+# Usage: install_deps.sh build|check|device|lab [KERNEL], or install_deps.sh ko [CROSS_COMPILE [LLVM]]
+# Installs missing Debian packages. build: to build and test; check: also to check style and locks;
+# device: to build programs for an arm64 device; lab: also a kernel for the lab and QEMU; ko: to
+# build the module with a compiler prefix.
 set -euo pipefail
 
-build=(g++ cmake ninja-build xz-utils libboost-dev libcli11-dev nlohmann-json3-dev libfmt-dev
-	liblzma-dev libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev)
+build=(g++ cmake ninja-build xz-utils libcli11-dev nlohmann-json3-dev libfmt-dev
+	libarchive-dev robin-map-dev libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
+	libboost-dev bzip2 gzip lz4 zstd python3 python3-jsonschema)
 check=(clang clang-tidy clang-format libclang-rt-14-dev)
 arm64=(gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross)
 device=("${arm64[@]}" g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev)
 lab=("${device[@]}" gcc linux-source-6.12 flex bison bc libssl-dev libelf-dev cpio kmod xz-utils rsync
 	python3 qemu-system-arm)
+llvm19=(clang-19 lld-19 llvm-19)
 
 case ${1:-build} in
 build) packages=("${build[@]}") ;;
 check) packages=("${build[@]}" "${check[@]}") ;;
 device) packages=("${device[@]}") ;;
-lab) packages=("${lab[@]}") ;;
+lab)
+	packages=("${lab[@]}")
+	[ "${2:-}" != phone ] || packages+=("${llvm19[@]}")
+	;;
 ko)
 	packages=(g++ gcc)
+	[ "${3:-}" != -19 ] || packages+=("${llvm19[@]}")
 	[ "${2:-}" != aarch64-linux-gnu- ] || packages+=("${arm64[@]}")
 	;;
 *)
-	echo "install_deps: there is no set of packages named $1" >&2
+	echo "install_deps: unknown set of packages: $1" >&2
 	exit 2
 	;;
 esac
@@ -36,7 +43,7 @@ done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 if [ "$(id -u)" -ne 0 ]; then
-	echo "These packages are missing; install them or run make as root: ${missing[*]}" >&2
+	echo "Missing packages (install them, or run make as root): ${missing[*]}" >&2
 	exit 1
 fi
 echo "Installing: ${missing[*]}"

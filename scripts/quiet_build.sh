@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
 # Usage: quiet_build.sh BUILD_DIR TARGET... -- CMAKE_FLAG...
-# Configures and builds without a word on each file; prints the log when it fails.
+# Configures and builds without printing every file; prints the log on failure.
 set -euo pipefail
 
 build_dir=$1

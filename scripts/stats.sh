@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Lines of code and of tests that are not blank.
+# Counts the nonblank lines of code and of tests.
 set -euo pipefail
 
 count() {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Two switches that make the kernel abort madvise cold/pageout passes and compaction early.
+// Two switches that make the kernel abort madvise cold/pageout passes and compaction early. No
+// locks: the probes read one flag each.
 #include "abort_mm_opt.h"
 
 #include <kernel/compiler.h>
@@ -8,19 +9,20 @@
 #include "subsystems.h"
 #include "vendor_hook.h"
 
-// Module parameters. Plain words: a change takes effect at the pass's next question.
+// Module parameters. Tolerated race: plain words without a lock, so a change takes effect when a
+// running pass asks next.
 constinit unsigned int abort_madvise_opt = 0;
 constinit unsigned int abort_compact_opt = 0;
 
 namespace
 {
 
-constinit vendor_hook madvise_hook;
-constinit vendor_hook compact_hook;
+constinit vendor_hook<android_vh_madvise_cold_or_pageout_abort_probe> madvise_hook;
+constinit vendor_hook<android_vh_compact_finished_probe> compact_hook;
 
 int register_abort_mm_opt_vendor_hooks()
 {
-	int ret = madvise_hook.attach(helper_android_vh_madvise_cold_or_pageout_abort,
+	int ret = madvise_hook.attach(android_vh_madvise_cold_or_pageout_abort(),
 				      should_abort_madvise);
 	if (ret < 0) {
 		MEM_ERR("register_trace_android_vh_madvise_cold_or_pageout_abort failed! ret=%d",
@@ -28,7 +30,7 @@ int register_abort_mm_opt_vendor_hooks()
 		return ret;
 	}
 
-	ret = compact_hook.attach(helper_android_vh_compact_finished, should_abort_compact);
+	ret = compact_hook.attach(android_vh_compact_finished(), should_abort_compact);
 	if (ret < 0) {
 		madvise_hook.detach();
 		MEM_ERR("register_trace_android_vh_compact_finished failed! ret=%d", ret);

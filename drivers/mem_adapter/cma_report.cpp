@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What CMA tracking tells: a summary line, the records of an area with their stacks, and the pages
-// where an allocation failed. All of it goes to the kernel log.
+// The reports of CMA tracking, to the kernel log: a summary line, the records of an area with their
+// stacks, and the pages where an allocation failed. Locks: see cma_track.h.
 #include "cma_track.h"
 
 #include <kernel/err.h>
@@ -13,9 +13,9 @@
 namespace
 {
 
-// Pages of a failed range that are shown whole, where it stops being free.
+// How many pages of a failed range are dumped, from where it stops being free.
 constexpr unsigned long dumped_pages = 3;
-// What the allocator says when it tried no range.
+// The allocator reports this if it tried no range.
 constexpr unsigned long no_pfn = ~0UL;
 
 constinit ratelimit_state listing_ratelimit = {};
@@ -31,7 +31,8 @@ int cmalist_compare(void *, const struct list_head *a, const struct list_head *b
 				static_cast<u32>(second->start_pfn));
 }
 
-// The area's next record from a node on, with a reference on it; null at the end of the list.
+// Returns the area's next record from a node on, with a reference taken, or null at the end of the
+// list.
 struct cma_stackinfo *get_next(struct list_head *at, const char *name) REQUIRES(cma_lock)
 {
 	for (; at != &cmainfolist; at = at->next) {
@@ -69,8 +70,8 @@ void show_cma_pages(unsigned long pfn, unsigned long count)
 		const struct page *page = helper_pfn_to_page(pfn + i);
 		const unsigned long order = helper_page_buddy_order(page);
 
-		// Without the zone's lock a block may be taken under our eyes: its order then is
-		// anything.
+		// Tolerated race: this reads without the zone's lock. A block that is allocated
+		// meanwhile can show any order; an impossible one ends the walk.
 		if (!helper_page_is_buddy(page) || order > KERNEL_MAX_PAGE_ORDER)
 			break;
 		MEM_INFO("FreePage:[0x%lx-0x%lx]", pfn + i, pfn + i + (1UL << order) - 1);
@@ -125,8 +126,8 @@ void show_stackinfos(const char *name, unsigned long pfn, unsigned long count)
 		list_sort(nullptr, &cmainfolist, cmalist_compare);
 		info = get_next(cmainfolist.next, name);
 	}
-	// Printing takes its time, so it is done unlocked; the reference keeps the record and its
-	// place in the list.
+	// Printing is slow, so it happens unlocked. The reference keeps the record and its place in
+	// the list.
 	while (info) {
 		show_info(*info);
 

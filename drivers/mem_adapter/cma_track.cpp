@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What is allocated from the CMA areas, and by whom: two probes on the kernel's tracepoints keep
-// one record a range, and warn once when the target area fills up.
+// Tracks who allocates from the CMA areas: two probes on the kernel's tracepoints keep one record
+// per range and warn once when the target area fills up. Locks: see cma_track.h.
 #include "cma_track.h"
 
 #include <kernel/bitmap.h>
 #include <kernel/gfp.h>
 #include <kernel/rcupdate.h>
 #include <kernel/slab.h>
+#include <kernel/stacktrace.h>
 #include <kernel/string.h>
 #include <kernel/tracepoint.h>
 
@@ -29,18 +30,22 @@ namespace
 {
 
 constexpr unsigned int stack_depth = 11;
-// The capture itself, the probe, and the function that fired the tracepoint: a kernel calls the
-// only probe of a tracepoint directly.
+// get_track_stack_handle, the probe, and the function that fired the tracepoint. There is no frame
+// of the tracepoint itself: the kernel calls a tracepoint's only probe directly.
 constexpr unsigned int own_frames = 3;
+
+// Memory is short when CMA is in demand; a failure costs one record and is not worth a stack dump.
+constexpr gfp_t record_gfp = GFP_NOWAIT | __GFP_NOWARN;
 
 constinit lock_class_key cma_lock_key = {};
 // A depot that could not be set up must not be saved to.
 constinit bool depot_ready = false;
-constinit vendor_hook alloc_hook;
-constinit vendor_hook release_hook;
+constinit vendor_hook<cma_alloc_finish_probe> alloc_hook;
+constinit vendor_hook<cma_release_probe> release_hook;
 
-// The area that cma_target named at the last check; cma_region_count for none. Both without a lock,
-// as the parameters: two checks at one moment may warn twice.
+// The index of cma_target's area at the last check, or cma_region_count for none, and whether the
+// warning about it was printed. Tolerated race: read and written without a lock, so two checks at
+// the same time may warn twice.
 constinit int cma_target_index = 0;
 constinit bool print_it = false;
 
@@ -61,7 +66,7 @@ int get_cma_regions(struct cma *area, void *)
 	return 0;
 }
 
-// A frame of its own, whatever the compiler thinks of it: own_frames counts it.
+// Not inlined: own_frames counts it.
 [[gnu::noinline]] depot_stack_handle_t get_track_stack_handle()
 {
 	unsigned long entries[stack_depth];
@@ -78,15 +83,16 @@ int get_cma_regions(struct cma *area, void *)
 						     unsigned long count)
 {
 	auto *info =
-		static_cast<cma_stackinfo *>(helper_kzalloc(sizeof(cma_stackinfo), GFP_NOWAIT));
+		static_cast<cma_stackinfo *>(helper_kzalloc(sizeof(cma_stackinfo), record_gfp));
 
-	if (info) {
-		memcpy(info->name, name, CMA_MAX_NAME);
-		info->start_pfn = pfn;
-		info->end_pfn = pfn + count - 1;
-		info->handle = get_track_stack_handle();
-		atomic_set(&info->ref, 1);
-
+	if (!info)
+		return;
+	memcpy(info->name, name, CMA_MAX_NAME);
+	info->start_pfn = pfn;
+	info->end_pfn = pfn + count - 1;
+	info->handle = get_track_stack_handle();
+	atomic_set(&info->ref, 1);
+	{
 		const irqsave_guard guard(cma_lock);
 
 		list_add(&info->node, &cmainfolist);
@@ -95,35 +101,44 @@ int get_cma_regions(struct cma *area, void *)
 		MEM_INFO("%s [%lu-%lu] add", name, pfn, pfn + count - 1);
 }
 
-void cma_show_when_exceed(const char *target)
+// The area that target names; null if there is none. A target other than the one of the last check
+// re-arms the warning.
+const struct cma *find_target(const char *target)
 {
 	int index = READ_ONCE(cma_target_index);
 
-	if (index < cma_region_count && strcmp(helper_cma_name(cma_regions[index]), target) == 0) {
-		if (READ_ONCE(print_it))
-			return;
-	} else {
+	if (index == cma_region_count || strcmp(helper_cma_name(cma_regions[index]), target) != 0) {
 		WRITE_ONCE(print_it, false);
 		index = find_cma_region(target);
 		WRITE_ONCE(cma_target_index, index);
-		if (index == cma_region_count)
-			return;
 	}
+	return index < cma_region_count ? cma_regions[index] : nullptr;
+}
 
-	const struct cma *area = cma_regions[index];
+// Counted in bits of the area's bitmap. A limit below 0 is never reached.
+bool exceeds(const struct cma *area, int permillage)
+{
 	const u64 bits = helper_cma_count(area) >> helper_cma_order_per_bit(area);
+
+	return cma_used_bits(area) > (bits >> 10) * static_cast<u64>(s64{permillage});
+}
+
+void cma_show_when_exceed(const char *target)
+{
+	const struct cma *area = find_target(target);
 	const int permillage = READ_ONCE(cma_warn_limit_permillage);
 
-	if (cma_used_bits(area) <= (bits >> 10) * static_cast<u64>(s64{permillage}))
+	if (!area || READ_ONCE(print_it) || !exceeds(area, permillage))
 		return;
 	MEM_INFO("cma warn %s has been used exceed %d/1024", target, permillage);
 	show_stackinfos_ratelimit(target, 0, 0);
 	WRITE_ONCE(print_it, true);
 }
 
-// The first record that a released range belongs to, or null. The kernel frees a range before it
-// tells of the release: one who takes it again in between may be told first, and loses its record
-// to the release while the former owner's stays. Its range is then listed under the former owner.
+// The first record that the released range belongs to, or null. Tolerated race: the kernel frees a
+// range before it reports the release. If someone takes the range again in between, the new record
+// may come first; the release then drops the new record and the range stays listed under its former
+// owner.
 struct cma_stackinfo *find_released(const char *name, unsigned long start, unsigned long end)
 	REQUIRES(cma_lock)
 {
@@ -132,7 +147,7 @@ struct cma_stackinfo *find_released(const char *name, unsigned long start, unsig
 		const bool same_edge = info->start_pfn == start || info->end_pfn == end;
 		const bool overlaps = info->start_pfn <= end && info->end_pfn >= start;
 
-		// Frames first: they tell most records apart at the least cost.
+		// Page frames first: the cheapest test rules out most records.
 		if ((!same_edge && !overlaps) || info->released ||
 		    strncmp(info->name, name, CMA_MAX_NAME) != 0)
 			continue;
@@ -228,9 +243,9 @@ int cma_track_init(void)
 		MEM_ERR("stack_depot_init failed!\n");
 	cma_for_each_area(get_cma_regions, nullptr);
 
-	int ret = alloc_hook.attach(helper_find_tracepoint("cma_alloc_finish"), vh_cma_alloc);
+	int ret = alloc_hook.attach(helper_find_cma_alloc_finish(), vh_cma_alloc);
 
-	ret |= release_hook.attach(helper_find_tracepoint("cma_release"), vh_cma_release);
+	ret |= release_hook.attach(helper_find_cma_release(), vh_cma_release);
 	cma_report_create_files();
 	return ret;
 }
@@ -240,7 +255,7 @@ void cma_track_exit(void)
 	cma_report_remove_files();
 	release_hook.detach();
 	alloc_hook.detach();
-	// The last probes may still add to the list.
+	// Wait for running probes, which may still add to the list.
 	helper_tracepoint_synchronize_unregister();
 	free_records();
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+// Kernel functions that modules cannot link to.
 #pragma once
 
 #include <kernel/debug_symbol.h>
@@ -6,8 +7,8 @@
 
 #include "log.h"
 
-// The address of a debug symbol; null, with a log line in the service's name, where the kernel does
-// not have it. Looked up at each call. Context: any.
+// Looks up the address of a debug symbol. If the kernel lacks it, logs that in the service's name
+// and returns null. Context: any; never sleeps.
 inline void *look_up_symbol(int index, const char *service)
 {
 	void *symbol = helper_debug_symbol(index);

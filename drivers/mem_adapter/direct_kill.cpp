@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// A low-memory killer on the caller's thread: expendable processes, largest first, until enough
-// pages are promised. The RCU read section of a whole call keeps every task seen in it; each is
-// looked at under its task lock.
+// A low-memory killer on the caller's thread: kills expendable processes, largest first, until
+// their pages are enough.
+//
+// Locks: one RCU read section per call keeps the tasks that the call sees from being freed. A
+// task's lock, a spinlock taken inside it with interrupts on, protects its memory; one task's at a
+// time.
 #include <kernel/process.h>
 #include <kernel/rcupdate.h>
 
@@ -12,10 +15,10 @@ namespace
 {
 
 constexpr int max_passes = 20;
-// Processes from this score on count as expendable.
+// Processes with this oom_score_adj or more are expendable.
 constexpr int expendable_score = 600;
 
-// Takes over a task lock that is held already.
+// Releases a task lock that is held already.
 class [[nodiscard]] SCOPED_CAPABILITY task_lock_guard
 {
 public:
@@ -47,7 +50,7 @@ struct candidate {
 	unsigned long size = 0; // pages
 };
 
-// What a process would give; no task where it is not to be killed.
+// Examines a process. Returns no task if the process must not be killed.
 candidate examine(struct task_struct *process, const struct task_struct *last_victim, bool swapped)
 {
 	if (helper_task_flags(process) & PF_KTHREAD)
@@ -96,7 +99,8 @@ unsigned long tarn_direct_kill(int measure, unsigned long target)
 	struct task_struct *selected = nullptr;
 	unsigned long total = 0;
 
-	// A victim stays selected: a pass that finds no other signals it again and gains nothing.
+	// A victim stays selected: a pass that finds no other one signals it again and adds
+	// nothing.
 	for (int pass = 0; pass < max_passes; pass++) {
 		unsigned long best = 0;
 

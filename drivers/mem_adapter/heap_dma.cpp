@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Buffers of the platform's heaps: a flag on each of their pages, and their mapping for devices.
+// Heap buffers: a flag on each of their pages, and their mapping for devices. No locks: the caller
+// owns the buffer.
 #include <kernel/dma.h>
+#include <kernel/mm.h>
 #include <kernel/scatterlist.h>
+#include <platform/tarn_smmu.h>
 
 #include "mem_adapter.h"
 
 namespace
 {
 
-// The bit of a page's flags that the platform has for secure pages.
+// The bit in a page's flags that the platform uses for secure pages.
 constexpr unsigned int secure_page_flag = 27;
 
 } // namespace

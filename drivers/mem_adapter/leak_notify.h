@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The pace of leak notifications.
+// The rate limit of leak notifications.
 #pragma once
 
-// One notification per call site in this many jiffies (half a minute at 250 Hz): lmkd needs to
-// know, not to be flooded.
+// One notification per call site in this many jiffies (30 seconds at 250 Hz), so that lmkd is not
+// flooded.
 inline constexpr int leak_notify_interval = 7500;
 inline constexpr int leak_notify_burst = 1;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Leak thresholds: when slab and vmalloc memory counts as suspicious.
+// Leak thresholds: when slab and vmalloc memory counts as suspicious. No locks: see
+// leak_threshold.h.
 #include "leak_threshold.h"
 
 #include <kernel/atomic.h>
@@ -11,7 +12,7 @@
 
 #include "log.h"
 #include "mem_adapter.h"
-#include "page_stat.h"
+#include "page_counts.h"
 
 namespace
 {
@@ -23,7 +24,7 @@ unsigned long vmalloc_kib()
 	return pages_to_kib(vmalloc_nr_pages());
 }
 
-// The thresholds in the order of their selector bits, each with its field of the user's record.
+// The thresholds in the order of their selector bits, each with its field in the user's record.
 struct threshold_field {
 	unsigned int selector;
 	unsigned int &threshold;
@@ -108,7 +109,7 @@ int tarn_process_get_val(void *user_arg)
 
 int tarn_meminfo_parameter_init(void)
 {
-	// The share of RAM above which one kind of kernel memory is suspicious.
+	// Kernel memory of one kind is suspicious above this fraction of RAM.
 	constexpr unsigned int ram_share = 12;
 	const auto ram_k = static_cast<unsigned int>(
 		pages_to_kib(static_cast<unsigned long>(atomic_long_read(&_totalram_pages))));

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The netlink channel on which lmkd learns of leaks.
+// The netlink channel on which lmkd learns about leaks.
 //
-// Locks: channel_lock (mutex) serialises opening and closing; nothing is taken inside it but what
-// the kernel's socket calls take. Notifications take no lock: they read sk in an RCU read section,
-// and closing waits for those sections before it releases the socket.
-#include "lmkd_netlink.h"
-
+// Locks: channel_lock, a mutex, serialises opening and closing and protects writes of sk. Inside it
+// only the locks of the kernel's socket calls are taken. Notifications take no lock: they read sk
+// in an RCU read section, and closing waits for those sections before it releases the socket.
 #include <kernel/atomic.h>
 #include <kernel/mutex.h>
 #include <kernel/netlink.h>
 #include <kernel/rcupdate.h>
 #include <kernel/string.h>
+#include <uapi/tarn_lmkd.h>
 
 #include "log.h"
 #include "mem_adapter.h"
@@ -20,21 +19,23 @@ KERNEL_C_BEGIN
 void tarn_netlink_lmkd_ready(struct sk_buff *skb);
 KERNEL_C_END
 
-// 1 once the channel has been open; closing does not take it back.
+// 1 once the channel has been open; closing it does not clear it.
 constinit unsigned int netlink_init = 0;
 
 namespace
 {
 
-// A buffer of the kernel's default netlink message size, 3712 bytes with the header.
+// What fits behind the header in a message of the kernel's default size, 3712 bytes.
 constexpr size_t message_payload = 3712 - NLMSG_HDRLEN;
+static_assert(sizeof(lmkd_header) == NLMSG_HDRLEN);
 
 constinit struct mutex channel_lock = {};
 constinit struct lock_class_key channel_lock_key = {};
 // Written under channel_lock, read in RCU read sections.
 constinit struct sock *sk = nullptr;
 constinit struct netlink_kernel_cfg nlcfg = {};
-// One word, written by each handshake and read by each notification: the last handshake wins.
+// lmkd's port. Tolerated race: a single word, written by each handshake and read by each
+// notification without a lock; the last handshake wins.
 constinit u32 lmkd_nl_pid = 0;
 constinit atomic_t seq = {};
 
@@ -55,13 +56,13 @@ int tarn_memory_netlink_init(void)
 		return 0;
 	}
 	struct sock *opened =
-		__netlink_kernel_create(&init_net, lmkd_netlink_unit, &__this_module, &nlcfg);
+		__netlink_kernel_create(&init_net, LMKD_NETLINK_UNIT, &__this_module, &nlcfg);
 	if (!opened) {
 		MEM_ERR("netlink_kernel_create error.\n");
 		return -1;
 	}
 	MEM_INFO("netlink_kernel_create success.\n");
-	// Release: pairs with the acquire in lmkd_notify, which uses what the socket points to.
+	// Release: pairs with the acquire in lmkd_notify(), which dereferences the socket.
 	__atomic_store_n(&sk, opened, __ATOMIC_RELEASE);
 	WRITE_ONCE(netlink_init, 1u);
 	return 0;
@@ -80,8 +81,8 @@ void tarn_memory_netlink_exit(void)
 	MEM_INFO("netlink_kernel_release.\n");
 }
 
-// The socket's input callback, once a datagram, in the context of the sender. Datagrams come from
-// user space as they are, so a header may be missing.
+// The socket's input callback, called once per datagram. The kernel passes on what user space sent,
+// so a datagram may be shorter than a header. Context: process, the sender's.
 void tarn_netlink_lmkd_ready(struct sk_buff *skb)
 {
 	const unsigned int len = helper_skb_len(skb);
@@ -103,7 +104,7 @@ void tarn_netlink_lmkd_ready(struct sk_buff *skb)
 int lmkd_notify(unsigned int value)
 {
 	const rcu_read_guard guard;
-	// Acquire: pairs with the release in tarn_memory_netlink_init.
+	// Acquire: pairs with the release in tarn_memory_netlink_init().
 	struct sock *channel = __atomic_load_n(&sk, __ATOMIC_ACQUIRE);
 
 	if (!channel) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The module's log lines: "[MEM_ADAPTER] function:line: message". Messages bring their own line
-// end, or none where the line has none. Context: any; never sleeps.
+// The module's log lines: "[MEM_ADAPTER] function:line: message". Messages include their newline;
+// some have none. Context: any; never sleeps.
 #pragma once
 
 #include <kernel/printk.h>

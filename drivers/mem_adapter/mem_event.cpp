@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Memory event counters, their periodic report through the event client, and its sysfs controls.
 //
-// Locks: control_lock (mutex) makes a change of enabled or level one step with what it does to the
-// timer. The timer callback and the report take no lock. Outside control_lock only the kernel's
-// sysfs references are held; inside it, a running timer callback may be waited for.
+// Locks: control_lock, a mutex, makes a change of enabled or level and of the timer one step. Sysfs
+// calls the handlers that take it with only its own references held; inside it they may wait for a
+// running timer callback. Probes, timer callback and report take no lock.
 #include "mem_event.h"
 
-#include <kernel/ember.h>
 #include <kernel/err.h>
 #include <kernel/gfp.h>
 #include <kernel/jiffies.h>
@@ -16,6 +15,7 @@
 #include <kernel/sysfs.h>
 #include <kernel/timer.h>
 #include <kernel/workqueue.h>
+#include <platform/ember.h>
 
 #include "mem_adapter.h"
 #include "subsystems.h"
@@ -28,21 +28,23 @@ void record_slowpath(void *data, gfp_t gfp_mask, unsigned int order, unsigned lo
 void record_direct_reclaim(void *data, unsigned int order);
 KERNEL_C_END
 
-constinit u64 mm_event_arr[MM_EVENTS] = {};
+constinit atomic64_t mm_event_arr[MM_EVENTS] = {};
 
 namespace
 {
 
 constexpr int report_event = 1000;
 
-constinit u64 record_kswapd_cnt = 0;
-constinit u64 record_direct_reclaim_cnt = 0;
-constinit u64 record_slowpath_cost_jiffies = 0;
+// Since the last report.
+constinit atomic64_t record_kswapd_cnt = {};
+constinit atomic64_t record_direct_reclaim_cnt = {};
+constinit atomic64_t record_slowpath_cost_jiffies = {};
 
 constinit struct mutex control_lock = {};
 constinit struct lock_class_key control_lock_key = {};
 constinit struct lock_class_key report_timer_key = {};
-// Both are read by the timer callback and by sysfs without the lock.
+// Tolerated race: written under the lock, read by the timer callback and by sysfs without it, so a
+// report may still come after the old period.
 constinit bool config_enabled = false;
 constinit int config_level = 0;
 
@@ -54,11 +56,11 @@ constinit struct kobj_attribute enabled_attribute = {};
 constinit struct kobj_attribute level_attribute = {};
 constinit struct attribute_group mm_event_group = {};
 
-constinit vendor_hook kswapd_hook;
-constinit vendor_hook slowpath_hook;
-constinit vendor_hook direct_reclaim_hook;
+constinit vendor_hook<android_vh_vmscan_kswapd_done_probe> kswapd_hook;
+constinit vendor_hook<android_vh_alloc_pages_slowpath_probe> slowpath_hook;
+constinit vendor_hook<android_vh_mm_direct_reclaim_enter_probe> direct_reclaim_hook;
 
-// Jiffies between reports.
+// Jiffies between two reports.
 unsigned long report_period(int level)
 {
 	switch (level) {
@@ -71,6 +73,7 @@ unsigned long report_period(int level)
 	}
 }
 
+// Context: softirq. The report may sleep, so a work item sends it.
 void timer_callback(struct timer_list *)
 {
 	mod_timer(&report_timer, READ_ONCE(jiffies) + report_period(READ_ONCE(config_level)));
@@ -82,6 +85,13 @@ void add_int(cdev_tevent *event, const char *key, u64 value)
 	cdev_tevent_add_int(event, key, static_cast<s64>(value));
 }
 
+// Adds a counter and clears it in one step, so that each event is in exactly one report.
+void add_counter(cdev_tevent *event, const char *key, atomic64_t &counter)
+{
+	cdev_tevent_add_int(event, key, atomic64_xchg_relaxed(&counter, 0));
+}
+
+// Context: process, may sleep.
 void do_report(struct work_struct *)
 {
 	cdev_tevent *event = cdev_tevent_alloc(report_event);
@@ -96,19 +106,13 @@ void do_report(struct work_struct *)
 	add_int(event, "file_page", tarn_get_file_page());
 	add_int(event, "anon_page", tarn_get_anon_page());
 	add_int(event, "zram_page", tarn_get_zram_page());
-	add_int(event, "kswapd_cnt", READ_ONCE(record_kswapd_cnt));
-	add_int(event, "direct_reclaim_cnt", READ_ONCE(record_direct_reclaim_cnt));
-	add_int(event, "slowpath_cost_jiffies", READ_ONCE(record_slowpath_cost_jiffies));
-	for (u64 &slot : mm_event_arr) {
-		add_int(event, "record_event", READ_ONCE(slot));
-		WRITE_ONCE(slot, u64{0});
-	}
+	add_counter(event, "kswapd_cnt", record_kswapd_cnt);
+	add_counter(event, "direct_reclaim_cnt", record_direct_reclaim_cnt);
+	add_counter(event, "slowpath_cost_jiffies", record_slowpath_cost_jiffies);
+	for (atomic64_t &slot : mm_event_arr)
+		add_counter(event, "record_event", slot);
 	cdev_tevent_write(event);
 	cdev_tevent_destroy(event);
-
-	WRITE_ONCE(record_kswapd_cnt, u64{0});
-	WRITE_ONCE(record_direct_reclaim_cnt, u64{0});
-	WRITE_ONCE(record_slowpath_cost_jiffies, u64{0});
 }
 
 long enabled_show(struct kobject *, struct kobj_attribute *, char *buf)
@@ -160,7 +164,7 @@ long level_store(struct kobject *, struct kobj_attribute *, const char *buf, siz
 	return static_cast<long>(count);
 }
 
-// Both attributes may be written from the moment they exist, so all that they use is set up before.
+// Called last of the set-up: the attributes may be written as soon as they exist.
 int create_controls()
 {
 	static constinit struct kobj_attribute *const attributes[] = {&enabled_attribute,
@@ -195,29 +199,30 @@ void detach_hooks()
 
 bool attach_hooks()
 {
-	return kswapd_hook.attach(helper_android_vh_vmscan_kswapd_done, record_kswapd_done) >= 0 &&
-	       slowpath_hook.attach(helper_android_vh_alloc_pages_slowpath, record_slowpath) >= 0 &&
-	       direct_reclaim_hook.attach(helper_android_vh_mm_direct_reclaim_enter,
+	return kswapd_hook.attach(android_vh_vmscan_kswapd_done(), record_kswapd_done) >= 0 &&
+	       slowpath_hook.attach(android_vh_alloc_pages_slowpath(), record_slowpath) >= 0 &&
+	       direct_reclaim_hook.attach(android_vh_mm_direct_reclaim_enter(),
 					  record_direct_reclaim) >= 0;
 }
 
 } // namespace
 
-// Probes on the reclaim paths. Context: any; each is one addition.
+// Probes on the reclaim paths. Context: any; never sleep.
 
 void record_kswapd_done(void *, int, unsigned int, unsigned int, unsigned int)
 {
-	stat_add(record_kswapd_cnt, 1);
+	atomic64_add(1, &record_kswapd_cnt);
 }
 
 void record_slowpath(void *, gfp_t, unsigned int, unsigned long alloc_start)
 {
-	stat_add(record_slowpath_cost_jiffies, READ_ONCE(jiffies) - alloc_start);
+	atomic64_add(static_cast<s64>(READ_ONCE(jiffies) - alloc_start),
+		     &record_slowpath_cost_jiffies);
 }
 
 void record_direct_reclaim(void *, unsigned int)
 {
-	stat_add(record_direct_reclaim_cnt, 1);
+	atomic64_add(1, &record_direct_reclaim_cnt);
 }
 
 void tarn_memory_event_report(unsigned int type)
@@ -242,8 +247,8 @@ int mm_event_init(void)
 	return 0;
 }
 
-// The directory goes first: with it go the handlers that could arm the timer again. Dropping the
-// reference alone would not do: its release may come late.
+// The directory goes first, and with it the handlers that could arm the timer again. Dropping the
+// reference is not enough: the kernel may release the directory later.
 void mm_event_exit(void)
 {
 	kobject_del(mm_event_kobj);

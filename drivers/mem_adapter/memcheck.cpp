@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Memcheck commands: prepare, switch on and switch off the slab and vmalloc trackers.
+// Memcheck commands: prepare, switch on and switch off the slab and vmalloc trackers. Locks: see
+// memcheck.h.
 #include "memcheck.h"
 
 #include <kernel/err.h>
@@ -14,7 +15,7 @@
 
 constinit struct mutex memcheck_lock = {};
 constinit char top_slub_name[slub_name_size] = {};
-// 1 once the trackers have been started; stopping does not take it back.
+// 1 once the trackers have been started; stopping them does not clear it.
 constinit unsigned int memtrack_init_state = 0;
 
 namespace
@@ -28,7 +29,7 @@ constexpr mem_trace_entry mem_trace[] = {
 	{TRACE_TYPE_VMALLOC, nullptr, nullptr, &vmalloc_page_stack},
 };
 
-// The first entry of the type that has the member.
+// Finds the first entry of the type that has the member.
 template <class Member>
 const mem_trace_entry *find_trace(u32 type, Member mem_trace_entry::*member)
 {
@@ -46,7 +47,7 @@ const page_stack_ops *find_ops(u32 type)
 	return entry ? entry->ops : nullptr;
 }
 
-// Switches the tracker that a command's memory type stands for.
+// Runs operation on the tracker that a command's memory type selects.
 int trace_switch(u32 memtype, int (*operation)(u32 type, const char *name)) REQUIRES(memcheck_lock)
 {
 	switch (memtype) {

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The readout: a tracker's records as text in a user's buffer.
+// The readout: renders a tracker's records as text into a user's buffer.
+//
+// Locks: memcheck_lock (memcheck.h) is held while the text is rendered, and released before user
+// memory is touched.
 #include <kernel/err.h>
 #include <kernel/stackdepot.h>
 #include <kernel/string.h>
@@ -14,12 +17,12 @@
 namespace
 {
 
-// The tracker is asked for many records, since those that it does not return are lost, and the
-// heaviest few are rendered.
+// Reading empties the tracker's tree, so all of it is taken, although only the heaviest few records
+// are rendered.
 constexpr unsigned long max_records = 8192;
 constexpr long rendered_records = 25;
 
-// Text of at most size - 1 characters and a NUL; what does not fit is cut off.
+// Holds at most size - 1 characters and a NUL; cuts off what does not fit.
 struct text_buffer {
 	char *text;
 	size_t size;
@@ -52,46 +55,48 @@ void append_record(text_buffer &text, const slub_stack_record &record)
 		text.append("  %pS\n", reinterpret_cast<void *>(frames[i]));
 }
 
-// Renders one kind; false when the readout ends with it.
-bool memcheck_get_slub_kind(text_buffer &text, slub_stack_record *records, int kind)
-	REQUIRES(memcheck_lock)
+// The log lines of the two functions below carry the name of the whole step.
+constexpr const char *slub_step = "memcheck_get_slub_stack";
+
+// Takes a kind's records from the tracker. Returns how many of them to render, or a negative error
+// if the tracker refuses.
+long take_records(slub_stack_record *records, int kind) REQUIRES(memcheck_lock)
 {
-	// These lines carry the name of the whole step.
-	constexpr const char *step = "memcheck_get_slub_stack";
-
 	if (page_trace_open(TRACE_TYPE_SLUB, kind)) {
-		MEM_LOG(KERN_ERR, step, "open slub stack failed\n");
-		return false;
+		MEM_LOG(KERN_ERR, slub_step, "open slub stack failed\n");
+		return -EINVAL;
 	}
-	long num = page_trace_read(TRACE_TYPE_SLUB, records, max_records, kind);
+	const long num = page_trace_read(TRACE_TYPE_SLUB, records, max_records, kind);
 
-	if (num > rendered_records)
-		num = rendered_records;
 	if (num == 0) {
-		MEM_LOG(KERN_INFO, step, "empty %s stack record\n", kind_texts[kind]);
+		MEM_LOG(KERN_INFO, slub_step, "empty %s stack record\n", kind_texts[kind]);
 		page_trace_close(TRACE_TYPE_SLUB);
-		return true;
+		return 0;
 	}
 	if (page_trace_close(TRACE_TYPE_SLUB)) {
-		MEM_LOG(KERN_ERR, step, "close slub track failed\n");
-		return false;
+		MEM_LOG(KERN_ERR, slub_step, "close slub track failed\n");
+		return -EINVAL;
 	}
+	return num < rendered_records ? num : rendered_records;
+}
 
+// A text that the header alone fills up ends without a message.
+void append_records(text_buffer &text, const slub_stack_record *records, long num, int kind)
+	REQUIRES(memcheck_lock)
+{
 	text.append("@@@@@%s %s@@@@@\n", static_cast<const char *>(top_slub_name),
 		    kind_texts[kind]);
 	if (text.full())
-		return false;
+		return;
 	for (long i = 0; i < num && !text.full(); i++)
 		append_record(text, records[i]);
-	if (text.full()) {
-		MEM_LOG(KERN_ERR, step,
+	if (text.full())
+		MEM_LOG(KERN_ERR, slub_step,
 			"memcheck_stack_to_str fail ret_num:%lu num:%lu used:%lu total:%lu\n",
 			static_cast<unsigned long>(num), max_records, text.used, text.size);
-		return false;
-	}
-	return true;
 }
 
+// Whatever ends the rendering early, the text so far is the result.
 int memcheck_get_slub_stack(text_buffer &text) REQUIRES(memcheck_lock)
 {
 	auto *records = static_cast<slub_stack_record *>(
@@ -100,7 +105,14 @@ int memcheck_get_slub_stack(text_buffer &text) REQUIRES(memcheck_lock)
 	if (!records)
 		return -ENOMEM;
 	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++) {
-		if (!memcheck_get_slub_kind(text, records, kind))
+		const long num = take_records(records, kind);
+
+		if (num == 0)
+			continue;
+		if (num < 0)
+			break;
+		append_records(text, records, num, kind);
+		if (text.full())
 			break;
 	}
 	vfree(records);

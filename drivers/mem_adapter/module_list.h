@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the module shows to its kernel, once for every kernel: its parameters and its exports.
+// The module's parameters and exports, listed once; each kernel makes its module entry from this.
 #pragma once
 
 #define TARN_MODULE_NAME "tarn_mem_adapter"
 #define TARN_MODULE_LICENSE "GPL v2"
-#define TARN_MODULE_DESCRIPTION "Tarn MEM ADAPTER Driver"
 #define TARN_MODULE_SOFTDEP "pre: ember"
 #define TARN_MODULE_IMPORT_NS MINIDUMP
+
+// X(description): the module's, and those that its units add
+#define TARN_MODULE_DESCRIPTIONS(X)                                                                \
+	X("Tarn MEM ADAPTER Driver")                                                               \
+	X("Tarn MEM_ADAPTER Driver")                                                               \
+	X("Tarn OS_ADAPTER Driver")
 
 // X(parameter, variable, type, permissions)
 #define TARN_MODULE_PARAMS(X)                                                                      \

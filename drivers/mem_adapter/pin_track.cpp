@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Who pins pages of CMA pageblocks: probes at the kernel's pinning functions, no locks. The cheap
-// questions come first, since every pin of the system passes here.
+// Reports who pins pages of CMA pageblocks, by probes on the kernel's pinning functions. No locks.
+// The cheap checks come first, since every pin of the system passes through here.
 #include "pin_track.h"
 
 #include <array>
@@ -15,17 +15,18 @@
 namespace
 {
 
-// At most one line in this many jiffies, over all probes.
+// At most one line in this many jiffies, counting all probes.
 constexpr long report_interval = 1250;
 
 constinit kprobe folio_add_pin_kp = {};
 constinit kprobe try_grab_page_kp = {};
 constinit kprobe try_grab_folio_kp = {};
 
-// Jiffies at the last line. Without a lock: two processors may each write a line at one moment.
+// Jiffies at the last line. Tolerated race: no lock, so two CPUs may each log a line at the same
+// time.
 constinit unsigned long last_print_time = 0;
 
-// Tasks that pin for a living: they would drown the others.
+// Tasks that pin so often that they would drown out the others.
 constexpr const char *excluded[] = {"fio", "crash_dump64", "Signal Catcher", "RenderThread"};
 
 KPROBE_TEXT bool is_excluded(const char *comm)
@@ -51,7 +52,7 @@ KPROBE_TEXT void show_pinner(const struct page *page, unsigned int flags, const 
 
 	const unsigned long now = READ_ONCE(jiffies);
 
-	// The difference is right across a wrap of jiffies.
+	// A signed difference, which is right even when jiffies wrap.
 	if (static_cast<long>(now - READ_ONCE(last_print_time)) <= report_interval)
 		return;
 
@@ -69,7 +70,7 @@ KPROBE_TEXT const struct page *page_argument(const struct pt_regs *regs)
 struct pin_probe {
 	struct kprobe *kp;
 	const char *symbol;
-	int (*handler)(struct kprobe *kp, struct pt_regs *regs);
+	kprobe_entry_handler *handler;
 	const char *failed;
 	const char *planted;
 };
@@ -107,7 +108,7 @@ KPROBE_TEXT int try_grab_folio_handler_pre(struct kprobe *, struct pt_regs *regs
 	return 0;
 }
 
-// Stops at the first function that cannot be probed; the probes before it stay until the exit.
+// Stops at the first function that cannot be probed; earlier probes stay until exit.
 int pin_track_init(void)
 {
 	for (const pin_probe &probe : probes) {

@@ -7,10 +7,10 @@
 
 KERNEL_C_BEGIN
 
-// The handlers of the probes at the kernel's pinning functions: they look and let the function run.
-// Context: kprobe; lock-free, never sleep.
-int folio_add_pin_handler_pre(struct kprobe *kp, struct pt_regs *regs);
-int try_grab_page_handler_pre(struct kprobe *kp, struct pt_regs *regs);
-int try_grab_folio_handler_pre(struct kprobe *kp, struct pt_regs *regs);
+// Handlers of the probes on the kernel's pinning functions. They return 0, so that the function
+// runs. Context: kprobe; take no lock, never sleep.
+kprobe_entry_handler folio_add_pin_handler_pre;
+kprobe_entry_handler try_grab_page_handler_pre;
+kprobe_entry_handler try_grab_folio_handler_pre;
 
 KERNEL_C_END

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Freeing memory on the caller's own thread: reclaim, slab and page cache drops, compaction. What
-// does the work is looked up at each call; where the kernel has it not, the service logs that and
-// does nothing.
+// Frees memory on the caller's thread: reclaim, slab and page cache drops, compaction. Each call
+// looks up the kernel function that does the work; if the kernel lacks it, the service logs that
+// and does nothing.
 //
-// Locks: a file system's list of inodes; inside it, one inode.
+// Locks, outermost first, both spinlocks taken with interrupts on:
+// - a file system's inode list lock protects its list of inodes.
+// - an inode's lock, one at a time, protects its state. Neither is held while pages are dropped or
+//   a reference is put, which may sleep.
 #include <kernel/reclaim.h>
 
 #include <bit>
@@ -19,24 +22,25 @@ namespace
 {
 
 constexpr int unmovable = 0;
-// The normal zone: the movable one is left alone.
+// The normal zone. The movable zone is not compacted.
 constexpr int highest_compacted_zone = 1;
 constexpr unsigned int whole_zones = -1;
 constexpr int full_and_synchronous = 0;
-// An inode on its way in or out.
+// The inode is being created or freed.
 constexpr unsigned long unstable = KERNEL_I_FREEING | KERNEL_I_WILL_FREE | KERNEL_I_NEW;
 
-// The smallest order whose block holds size bytes; of nothing, all that a word can count.
+// The smallest order whose block holds size bytes. Size 0 wraps around and gives the largest order.
 int get_order(unsigned long size)
 {
 	return std::bit_width((size - 1) >> KERNEL_PAGE_SHIFT);
 }
 
-bool is_to_drop(struct inode *inode) REQUIRES(inode)
+bool should_drop(struct inode *inode) REQUIRES(inode)
 {
 	if (helper_inode_state(inode) & unstable)
 		return false;
-	// With a reschedule pending even an empty one is worth the break that its turn brings.
+	// Dropping an inode gives up the list lock, so with a reschedule pending even an empty
+	// inode is worth it.
 	return !helper_mapping_empty(helper_inode_mapping(inode)) || helper_need_resched();
 }
 
@@ -46,7 +50,7 @@ unsigned long tarn_reclaim(unsigned long size)
 {
 	unsigned long pages = 0;
 
-	// Keeps the reclaim from reclaiming for itself. Cleared and not restored: callers know.
+	// Keeps reclaim from recursing. Cleared afterwards and not restored, as documented.
 	helper_current_set_flags(PF_MEMALLOC);
 	if (void *symbol = look_up_symbol(ADS_TRY_TO_FREE_PAGES, __func__))
 		pages = helper_try_to_free_pages(symbol, helper_node_zonelist(first_online_pgdat()),
@@ -61,8 +65,8 @@ void tarn_drop_slabcache(void)
 		helper_drop_slab(symbol);
 }
 
-// The list lock is dropped while an inode is worked on; the reference on that inode keeps its place
-// in the list, so the one before it can be let go only then.
+// The list lock is dropped while an inode is worked on. The reference on that inode keeps its place
+// in the list, so the inode before it may be put only after the reference was taken.
 void drop_pagecache_sb(struct super_block *sb, void *)
 {
 	struct inode *held = nullptr;
@@ -73,7 +77,7 @@ void drop_pagecache_sb(struct super_block *sb, void *)
 		struct inode *inode = helper_inode_of(at);
 
 		helper_inode_lock(inode);
-		if (!is_to_drop(inode)) {
+		if (!should_drop(inode)) {
 			helper_inode_unlock(inode);
 			continue;
 		}

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+// The callback for each file system of a page cache drop.
 #pragma once
 
 #include <kernel/compiler.h>

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// A rewrite of the kernel's own page tables for a secure memory range: blocks stay blocks where a
-// whole one changes, are split where only a part does, and all else becomes pages.
+// Rewrites the kernel's own page tables for a secure memory range. A block that changes as a whole
+// stays a block, one that changes in part is split, and the rest becomes pages.
 //
-// Lock: init_mm's page_table_lock, a spinlock, over the whole walk but for the allocation of a
-// table. It orders our own calls; other writers of the kernel's tables do not all take it.
+// Lock: init_mm's page_table_lock, a spinlock taken with interrupts on, protects the tables against
+// other calls. It is held for the whole walk, except while a table is allocated. Tolerated race:
+// not all other writers of the kernel's tables take it.
+#include <kernel/gfp.h>
 #include <kernel/pgtable.h>
 
 #include "debug_symbol.h"
@@ -17,7 +19,7 @@ constexpr u64 page_size = 1ULL << KERNEL_PAGE_SHIFT;
 constexpr u64 level1_size = 1ULL << 30;
 constexpr u64 level2_size = 1ULL << 21;
 
-// Bits of an entry.
+// Bits of a page table entry.
 constexpr u64 type_mask = 3;
 constexpr u64 type_block = 1;
 constexpr u64 type_table = 3;
@@ -36,6 +38,11 @@ bool is_block(u64 entry)
 	return (entry & type_mask) == type_block;
 }
 
+bool is_table(u64 entry)
+{
+	return entry != 0 && !is_block(entry);
+}
+
 bool is_aligned(u64 a, u64 b, u64 c, u64 size)
 {
 	return ((a | b | c) & (size - 1)) == 0;
@@ -46,7 +53,7 @@ u64 index_attribute(u64 entry)
 	return (entry & attr_index) >> 2;
 }
 
-// Whether a live block may be rewritten without unmapping it first.
+// Whether a live block may be rewritten without being unmapped first.
 bool is_safe(u64 old_entry, u64 new_entry)
 {
 	u64 changeable = read_only | writable | not_global | privileged_no_exec;
@@ -57,7 +64,7 @@ bool is_safe(u64 old_entry, u64 new_entry)
 		return false;
 	if (old_entry & ~new_entry & not_global)
 		return false;
-	// 0 and 1 are normal memory, tagged or not.
+	// 0 and 1 are normal memory, untagged and tagged.
 	if (index_attribute(old_entry) <= 1 && index_attribute(new_entry) <= 1)
 		changeable |= attr_index;
 	return ((old_entry ^ new_entry) & ~changeable) == 0;
@@ -73,7 +80,7 @@ u64 *table_of(u64 entry)
 	return static_cast<u64 *>(helper_phys_to_virt(entry & table_address));
 }
 
-// One call's walk.
+// The walk of one call.
 class range_walk
 {
 public:
@@ -82,7 +89,13 @@ public:
 	{
 	}
 
-	// False when there was no memory for a table.
+	// How many blocks were split whose neighbours belong to the same contiguous run.
+	[[nodiscard]] unsigned int contiguous_splits() const
+	{
+		return contiguous_splits_;
+	}
+
+	// Returns false if there was no memory for a table.
 	bool run(u64 *root)
 	{
 		helper_page_table_lock(mm_);
@@ -94,7 +107,8 @@ public:
 private:
 	using setter = void(u64 *entry, u64 value);
 
-	// Never past the end, which the last boundary may lie behind or wrap around.
+	// The next boundary, but at most the end. At the top of the address space the boundary
+	// wraps around to 0, hence the comparison of last bytes.
 	static u64 boundary(u64 addr, u64 size, u64 end)
 	{
 		const u64 next = (addr | (size - 1)) + 1;
@@ -112,11 +126,11 @@ private:
 		return is_aligned(addr, next, phys(addr), size) && is_block(entry);
 	}
 
-	void change_block(u64 *entry, u64 addr, setter *set) const REQUIRES(mm_)
+	void change_block(u64 *entry, u64 old_entry, u64 addr, setter *set) const REQUIRES(mm_)
 	{
 		const u64 value = block_entry(phys(addr), prot_);
 
-		if (is_safe(READ_ONCE(*entry), value))
+		if (is_safe(old_entry, value))
 			set(entry, value);
 	}
 
@@ -126,11 +140,17 @@ private:
 			const u64 next = boundary(addr, level1_size, end_);
 			u64 *entry = &root[addr >> 30 & (table_entries - 1)];
 
-			if (is_whole_block(addr, next, level1_size, *entry))
-				change_block(entry, addr, helper_set_pud);
-			else if (!has_table(entry, level1_size, helper_set_pud) ||
-				 !change_level2(table_of(READ_ONCE(*entry)), addr, next))
-				return false;
+			const u64 old_entry = READ_ONCE(*entry);
+
+			if (is_whole_block(addr, next, level1_size, old_entry)) {
+				change_block(entry, old_entry, addr, helper_set_pud);
+			} else {
+				u64 *table =
+					ensure_table(entry, old_entry, level1_size, helper_set_pud);
+
+				if (!table || !change_level2(table, addr, next))
+					return false;
+			}
 			addr = next;
 		}
 		return true;
@@ -142,12 +162,17 @@ private:
 			const u64 next = boundary(addr, level2_size, end);
 			u64 *entry = &table[addr >> 21 & (table_entries - 1)];
 
-			if (is_whole_block(addr, next, level2_size, *entry)) {
-				change_block(entry, addr, helper_set_pmd);
+			const u64 old_entry = READ_ONCE(*entry);
+
+			if (is_whole_block(addr, next, level2_size, old_entry)) {
+				change_block(entry, old_entry, addr, helper_set_pmd);
 			} else {
-				if (!has_table(entry, level2_size, helper_set_pmd))
+				u64 *pages =
+					ensure_table(entry, old_entry, level2_size, helper_set_pmd);
+
+				if (!pages)
 					return false;
-				change_pages(table_of(READ_ONCE(*entry)), addr, next);
+				change_pages(pages, addr, next);
 			}
 			addr = next;
 		}
@@ -161,35 +186,40 @@ private:
 				       (phys(addr) | prot_) & ~contiguous);
 	}
 
-	// Makes a table where an entry has none; false when there is no memory for it.
-	bool has_table(u64 *entry, u64 size, setter *set) REQUIRES(mm_)
+	// The table that an entry points to, made if there is none. Returns null if there is no
+	// memory for it.
+	u64 *ensure_table(u64 *entry, u64 old_entry, u64 size, setter *set) REQUIRES(mm_)
 	{
-		if (*entry != 0 && !is_block(*entry))
-			return true;
+		if (is_table(old_entry))
+			return table_of(old_entry);
 
 		helper_page_table_unlock(mm_);
 		auto *table =
 			reinterpret_cast<u64 *>(helper_get_zeroed_page(GFP_KERNEL | __GFP_ZERO));
 		helper_page_table_lock(mm_);
 		if (!table)
-			return false;
+			return nullptr;
 
-		const u64 old_entry = READ_ONCE(*entry);
-
-		// Another call has made one meanwhile, and may have changed pages in it.
-		if (old_entry != 0 && !is_block(old_entry)) {
+		old_entry = READ_ONCE(*entry);
+		// Another call made one meanwhile, and may have changed pages in it.
+		if (is_table(old_entry)) {
 			free_pages(reinterpret_cast<unsigned long>(table), 0);
-			return true;
+			return table_of(old_entry);
 		}
 		if (old_entry != 0)
 			split(table, old_entry, size);
+		if (old_entry & contiguous)
+			contiguous_splits_++;
+		// Another CPU's walk must not find the table before its contents, be they only
+		// zeroes: it would follow whatever the page held before.
+		helper_dsb_ishst();
 		set(entry, helper_virt_to_phys(table) | type_table);
 		helper_flush_tlb_all();
-		return true;
+		return table;
 	}
 
 	// Fills a new table with the pieces of a block. Pieces of 2 MiB keep the block's
-	// attributes, pages are ordinary kernel memory.
+	// attributes; pages become ordinary kernel memory.
 	static void split(u64 *table, u64 block, u64 size)
 	{
 		const u64 piece = size / table_entries;
@@ -213,9 +243,16 @@ private:
 	u64 virt_;
 	u64 end_;
 	u64 prot_;
+	unsigned int contiguous_splits_ = 0;
 };
 
-// Kernel addresses are those whose upper bits are all set; the tables translate the lower 39.
+// The address without the tag that memory tagging keeps in its top byte.
+unsigned long untagged(unsigned long virt)
+{
+	return static_cast<unsigned long>(static_cast<long>(virt << 8) >> 8);
+}
+
+// In kernel addresses all bits above the 39 that the tables translate are set.
 bool is_kernel_range(u64 virt, u64 size)
 {
 	constexpr u64 lowest = ~0ULL << 39;
@@ -230,8 +267,10 @@ void tarn_change_secpage_range(phys_addr_t phys, unsigned long virt, unsigned lo
 {
 	if (size == 0)
 		return;
+	virt = untagged(virt);
 	if (((phys | virt | size) & (page_size - 1)) != 0 || !is_kernel_range(virt, size)) {
-		MEM_ERR("bad range: phys 0x%llx virt 0x%lx size 0x%lx\n", phys, virt, size);
+		MEM_ERR("bad range: phys 0x%llx virt %p size 0x%lx\n", phys,
+			reinterpret_cast<void *>(virt), size);
 		return;
 	}
 
@@ -243,10 +282,15 @@ void tarn_change_secpage_range(phys_addr_t phys, unsigned long virt, unsigned lo
 	u64 *root = helper_kernel_root_table(mm);
 
 	if (!root) {
-		MEM_ERR("the kernel's page tables are not to be had\n");
+		MEM_ERR("cannot access the kernel's page tables\n");
 		return;
 	}
 
-	if (!range_walk(mm, phys, virt, virt + size, prot.pgprot).run(root))
-		MEM_ERR("no memory for a page table, range left half changed\n");
+	range_walk walk(mm, phys, virt, virt + size, prot.pgprot);
+
+	if (!walk.run(root))
+		MEM_ERR("no memory for a page table, range only partly changed\n");
+	if (walk.contiguous_splits() != 0)
+		MEM_INFO("split %u blocks of contiguous runs, their neighbours keep the bit\n",
+			 walk.contiguous_splits());
 }

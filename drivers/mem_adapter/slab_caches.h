@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The kernel's list of slab caches as a range. The slab mutex is held for as long as it is walked.
+// The kernel's list of slab caches as a range. Hold the slab mutex while walking it.
 #pragma once
 
 #include <kernel/slab.h>

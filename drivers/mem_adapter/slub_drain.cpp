@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The drain threads, and the trees that they fold the rings into.
+// The drain threads, and the trees into which they fold the rings. Locks: see slub_track.h.
 #include <kernel/err.h>
 #include <kernel/kthread.h>
 #include <kernel/string.h>
-#include <kernel/vmalloc.h>
 
 #include "log.h"
 #include "slub_track.h"
@@ -12,18 +11,16 @@ KERNEL_C_BEGIN
 int kslubtrackd(void *data);
 KERNEL_C_END
 
-constinit slub_ringbuf srb_array[SLUB_KINDS] = {};
 constinit slub_track_state slub_track[SLUB_KINDS] = {};
 constinit struct kmem_cache *slub_track_cache = nullptr;
 
 namespace
 {
 
-constinit struct lock_class_key ring_lock_key = {};
 constinit struct lock_class_key slub_wait_key = {};
 constinit struct lock_class_key slub_mutex_key = {};
 
-// A task name as two numbers, in the little-endian order in which the tree compares them.
+// A task name as two little-endian numbers: the tree is ordered by these, not as text.
 struct comm_key {
 	s64 head;
 	s64 tail;
@@ -35,7 +32,7 @@ struct comm_key {
 	}
 };
 
-// Below, at or above 0 as the entry's key is less than, equal to or greater than the node's.
+// Negative, 0 or positive, as strcmp(): the entry's key against the node's.
 int compare_key(const slub_track_entry &entry, const slub_caller_node &node)
 {
 	if (entry.handle != node.handle)
@@ -64,7 +61,7 @@ void count_again(slub_caller_node &node, s64 pid)
 		node.pid_max = pid;
 }
 
-// Without memory for a node the event is lost: it is consumed already, and nothing here may wait.
+// Without memory for a node the event is lost: nothing here may wait for memory.
 void add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_node *parent,
 		struct rb_node **link)
 {
@@ -101,7 +98,12 @@ void count_entry(const slub_track_entry &entry, struct rb_root &root)
 	add_caller(entry, root, parent, link);
 }
 
-void drain_ring(slub_ringbuf &ring, struct rb_root &root) REQUIRES(ring.lock)
+} // namespace
+
+static_assert(offsetof(slub_caller_node, node) == 0);
+
+// tree_use keeps events of the allocations below from coming back for this lock.
+void slub_drain_ring(slub_ringbuf &ring, struct rb_root &root)
 {
 	const tree_use use(ring);
 
@@ -109,37 +111,12 @@ void drain_ring(slub_ringbuf &ring, struct rb_root &root) REQUIRES(ring.lock)
 		count_entry(ring.buf[ring.out & (ring.size - 1)], root);
 }
 
-} // namespace
-
-static_assert(offsetof(slub_caller_node, node) == 0);
-
-// Once a load, never again: a readout may hold a ring's lock while the tracker is switched on.
-void slub_init_rings(void)
-{
-	for (slub_ringbuf &ring : srb_array)
-		helper_raw_spin_lock_init(&ring.lock, "srb_array[kind].lock", &ring_lock_key);
-}
-
 void slub_fetch_node(u32 kind)
 {
 	slub_ringbuf &ring = srb_array[kind];
 	const irqsave_guard guard(ring.lock);
 
-	drain_ring(ring, slub_track[kind].root);
-}
-
-void slub_free_ring(u32 kind)
-{
-	slub_ringbuf &ring = srb_array[kind];
-	slub_track_entry *buf = nullptr;
-	{
-		const irqsave_guard guard(ring.lock);
-
-		drain_ring(ring, slub_track[kind].root);
-		buf = ring.buf;
-		ring.buf = nullptr;
-	}
-	vfree(buf);
+	slub_drain_ring(ring, slub_track[kind].root);
 }
 
 void slub_drop_tree(u32 kind)
@@ -163,7 +140,7 @@ int kslubtrackd(void *data)
 
 		helper_init_wait(&wait);
 		prepare_to_wait(&state->slub_wait, &wait, TASK_INTERRUPTIBLE);
-		// A stop that came before the state was set would not wake us again.
+		// A stop request from before the state was set would not wake us again.
 		if (!kthread_should_stop())
 			schedule();
 		finish_wait(&state->slub_wait, &wait);

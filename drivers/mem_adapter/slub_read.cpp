@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The readout of a kind's tree: the pairs seen often, grouped by call stack, heaviest first.
+// Locks: see slub_track.h. The tree is emptied under its ring's lock; sorting and logging follow
+// with only memcheck_lock held.
 #include <kernel/sort.h>
 #include <kernel/stackdepot.h>
 #include <kernel/string.h>
@@ -10,10 +12,10 @@
 namespace
 {
 
-constexpr int reported_count = 50; // pairs seen less often say nothing about a leak
-constexpr long reported_tasks = 3; // task names a call stack
+constexpr int reported_count = 50; // rarer pairs say nothing about a leak
+constexpr long reported_tasks = 3; // task names per call stack
 
-// Ascending order of two values as a comparison function returns it.
+// Compares two values as sort() expects it, for ascending order.
 template <class T>
 int order(T a, T b)
 {
@@ -30,7 +32,7 @@ void fill_record(slub_stack_record &record, const slub_caller_node &node)
 	record.pid_max = node.pid_max;
 }
 
-// Empties the tree in key order under its lock; returns the records written.
+// Empties the tree in key order. Returns the number of records written.
 long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 {
 	struct rb_root &root = slub_track[kind].root;
@@ -51,14 +53,14 @@ long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 	return static_cast<long>(written);
 }
 
-// Gives each run of records with one handle its total, and keeps the first few of the run. Returns
-// the number kept.
+// Sets the total of each run of records with one handle, and keeps the first few of the run.
+// Returns the number kept.
 long keep_heaviest_of_stack(slub_stack_record *records, long num)
 {
 	long kept = 0;
 
 	for (long start = 0, end = 0; start < num; start = end) {
-		// The total is a 32-bit sum: unsigned, so that it wraps.
+		// A 32-bit sum that may overflow: unsigned, so that it wraps.
 		u32 sum = 0;
 
 		for (end = start; end < num && records[end].handle == records[start].handle; end++)
@@ -90,8 +92,8 @@ void log_record(long i, const char *kind, const slub_stack_record &record, unsig
 
 } // namespace
 
-// A caller's address, which stands in where no stack was saved, lies above 4 GiB; a handle does
-// not.
+// An event without a saved stack has its caller's address as its handle. Kernel addresses lie above
+// 4 GiB, depot handles below.
 unsigned int slub_handle_frames(u64 handle, unsigned long **frames)
 {
 	if (!handle || handle >> 32)

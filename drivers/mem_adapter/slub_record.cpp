@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The probes in the slab allocator. They run in the allocator's caller's context, any at all.
+// The probes in the slab allocator. They run in the context of the allocator's caller, which can be
+// any. Locks: see slub_track.h.
+#include <kernel/irq_work.h>
 #include <kernel/preempt.h>
 #include <kernel/ratelimit.h>
 #include <kernel/stackdepot.h>
+#include <kernel/stacktrace.h>
 #include <kernel/string.h>
+#include <uapi/tarn_lmkd.h>
 
 #include "leak_notify.h"
-#include "lmkd_netlink.h"
 #include "mem_adapter.h"
 #include "mem_event.h"
 #include "slub_track.h"
@@ -16,10 +19,11 @@ namespace
 {
 
 constexpr unsigned int stack_depth = 7;
-// The recorder, the probe, the tracepoint's own function and two of the allocator.
+// The recorder, the probe, the tracepoint's own function and two functions of the allocator.
 constexpr unsigned int own_frames = 5;
 
 constinit ratelimit_state slub_detect_notify = {};
+constinit struct irq_work slub_notify_work = {};
 
 void maybe_need_notify()
 {
@@ -27,12 +31,12 @@ void maybe_need_notify()
 		return;
 	if (!___ratelimit(&slub_detect_notify, __func__))
 		return;
-	lmkd_notify(LMKD_EVENT_SLAB_LEAK);
+	irq_work_queue(&slub_notify_work);
 	mem_event_count(MM_EVENT_SLAB_LEAK);
 }
 
-// Everything that takes time is done before the ring's lock. Inlined, as its caller is, so that the
-// recorder is the one frame between probe and capture.
+// Does the slow work before the ring's lock is taken. Inlined, as is its caller, so that the
+// recorder is the only frame between probe and capture.
 [[gnu::always_inline]] inline slub_track_entry make_entry(unsigned long addr)
 {
 	unsigned long stack[stack_depth];
@@ -53,8 +57,8 @@ void maybe_need_notify()
 	return entry;
 }
 
-// Whether the allocator works for the tracker itself here, under a ring's lock. Neither ring may be
-// used then: two tasks, each with one lock, would wait for each other.
+// Whether the allocator works for the tracker itself here, under a ring's lock. Then neither ring
+// may be used: two tasks holding one lock each would wait for each other.
 bool serves_tracker()
 {
 	const struct task_struct *task = helper_current();
@@ -72,7 +76,7 @@ bool serves_tracker()
 	const slub_track_entry entry = make_entry(addr);
 	const irqsave_guard guard(ring.lock);
 
-	// Off since the first look, or switched on by hand without rings.
+	// Switched off since the first check, or switched on by hand without rings.
 	if (!READ_ONCE(slub_track_flag) || !ring.buf)
 		return;
 	if (ring.in - ring.out < ring.size)
@@ -88,13 +92,24 @@ bool is_tracked(const struct kmem_cache *cache)
 
 } // namespace
 
+void slub_notify_leak(struct irq_work *)
+{
+	lmkd_notify(LMKD_EVENT_SLAB_LEAK);
+}
+
+void slub_cancel_notify(void)
+{
+	irq_work_sync(&slub_notify_work);
+}
+
 void slub_track_load(void)
 {
+	helper_init_irq_work(&slub_notify_work, slub_notify_leak);
 	helper_ratelimit_state_init(&slub_detect_notify, leak_notify_interval, leak_notify_burst);
 	slub_init_rings();
 }
 
-// Not inlined: the stack capture counts its frames.
+// Not inlined: own_frames counts them.
 [[gnu::noinline]] void set_alloc_track(unsigned long addr)
 {
 	record_event(SLUB_ALLOC, addr);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Start and stop of slab tracking.
+// Start and stop of slab tracking. Locks: see slub_track.h.
 #include <kernel/debug_symbol.h>
 #include <kernel/err.h>
 #include <kernel/stackdepot.h>
@@ -15,8 +15,8 @@ constinit struct mutex *tarn_slab_mutex = nullptr;
 namespace
 {
 
-constinit vendor_hook alloc_hook;
-constinit vendor_hook free_hook;
+constinit vendor_hook<android_vh_slab_alloc_node_probe> alloc_hook;
+constinit vendor_hook<android_vh_slab_free_probe> free_hook;
 
 int look_up_slab_symbols()
 {
@@ -39,9 +39,8 @@ int look_up_slab_symbols()
 
 int attach_probes()
 {
-	const int alloc_ret =
-		alloc_hook.attach(helper_android_vh_slab_alloc_node, vh_slab_alloc_node);
-	const int free_ret = free_hook.attach(helper_android_vh_slab_free, vh_slab_free);
+	const int alloc_ret = alloc_hook.attach(android_vh_slab_alloc_node(), vh_slab_alloc_node);
+	const int free_ret = free_hook.attach(android_vh_slab_free(), vh_slab_free);
 
 	if (alloc_ret < 0 || free_ret < 0) {
 		MEM_LOG(KERN_ERR, "slub_track_init", "slub track register hook failed!\n");
@@ -63,7 +62,7 @@ int create_threads()
 	return 0;
 }
 
-// A mark that outlived its tracker would be a stray bit in another allocator's flags.
+// A mark must not outlive the tracker: it is a bit in the flags of someone else's cache.
 void clear_marks()
 {
 	if (!tarn_slab_caches || !tarn_slab_mutex)
@@ -82,7 +81,7 @@ void clear_marks()
 
 int slub_track_init(void)
 {
-	// The depot exists only where someone has asked for it. It serves vmalloc tracking, too.
+	// The depot exists only if someone asked for it. vmalloc tracking uses it, too.
 	if (stack_depot_init()) {
 		MEM_ERR("stack_depot_init failed!\n");
 		return -EINVAL;
@@ -100,16 +99,17 @@ int slub_track_init(void)
 	return 0;
 }
 
-// Runs in full whatever the start achieved, and frees what an unfinished hunt has left: the rings
-// first, into the trees, then the trees, then the cache of their nodes.
+// Runs in full after a start that failed half-way, and frees what an unfinished hunt left: first
+// the rings, into the trees, then the trees, then the cache of their nodes.
 void slub_track_exit(void)
 {
 	slub_stop_track(SLUB_FREE);
 	slub_stop_track(SLUB_ALLOC);
 	free_hook.detach();
 	alloc_hook.detach();
-	// A probe that is still running may be about to record.
+	// Wait for running probes, which may still record or notify.
 	helper_tracepoint_synchronize_unregister();
+	slub_cancel_notify();
 
 	WRITE_ONCE(slub_track_flag, 0);
 	clear_marks();

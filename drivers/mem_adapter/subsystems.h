@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The diagnostic subsystems that module start and stop bring up and down. Each init leaves its
-// subsystem running or cleanly not running, each exit may be called in either case. Context:
-// process, may sleep.
+// Start and stop of the diagnostic subsystems. Each init returns 0 or a negative error and leaves
+// its subsystem fully running or fully stopped, unless it says otherwise; each exit may be called
+// in either case. Context: process, may sleep.
 #pragma once
 
 #include <kernel/compiler.h>
 
 KERNEL_C_BEGIN
 
-// Locks, rate limits and work items that exist from load to unload, because exported entries may
-// use them at any time. Cannot fail.
+// Set up locks, rate limits and work items, which exist from load to unload because exported
+// functions may use them at any time. Cannot fail.
 void lmkd_netlink_load(void);
 void memcheck_load(void);
 void slub_track_load(void);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+// Checks each page whose map count changes. No locks: it reads two words of the page.
 #include "tarn_mapcount.h"
 
 #include <kernel/printk.h>
@@ -18,5 +19,5 @@ const struct page *compound_head(const struct page *page)
 void tarn_updata_page_mapcount(void *, struct page *page, bool, bool, int *, bool *)
 {
 	if (helper_page_refcount(compound_head(page)) == 0)
-		helper_warn("drivers/mem_adapter/tarn_mapcount", __LINE__);
+		helper_warn_tarn_mapcount();
 }

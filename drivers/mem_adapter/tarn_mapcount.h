@@ -5,7 +5,7 @@
 
 KERNEL_C_BEGIN
 
-// Warns when the map count of a page that nobody references is updated. Context: any; reads only.
+// A probe: warns if the map count of a page without references changes. Context: any; never sleeps.
 void tarn_updata_page_mapcount(void *data, struct page *page, bool inc_size, bool compound,
 			       int *ret, bool *success);
 

@@ -1,21 +1,24 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// vmalloc tracking. The stack of an area's creator lives in the area itself and is read in the
+// vmalloc tracking. The stack of an area's creator is saved in the area itself and shown in the
 // kernel's own listing. No locks: the probes read one flag and the kernel's counters.
 #include "vmalloc_track.h"
 
+#include <kernel/irq_work.h>
 #include <kernel/ratelimit.h>
 #include <kernel/stackdepot.h>
+#include <kernel/stacktrace.h>
+#include <kernel/tracepoint.h>
+#include <uapi/tarn_lmkd.h>
 
 #include "leak_notify.h"
-#include "lmkd_netlink.h"
 #include "mem_adapter.h"
 #include "mem_event.h"
 #include "memcheck.h"
 #include "subsystems.h"
 #include "vendor_hook.h"
 
-// Stack saving is on while non-zero. A plain word: a probe on another CPU may miss a switch by a
-// call.
+// Stacks are saved while nonzero. Tolerated race: a plain word without a lock, so a probe on
+// another CPU may see a switch one call late.
 constinit int vmalloc_track_flag = 0;
 
 constinit const page_stack_ops vmalloc_page_stack = {
@@ -26,19 +29,21 @@ constinit const page_stack_ops vmalloc_page_stack = {
 namespace
 {
 
-// Marks a stamped area in the upper half of its caller field; no code address looks like it.
+// Marks an area with a saved stack, in the upper half of its caller field. No code address looks
+// like this.
 constexpr u32 VMALLOC_STACK_TAG = 0x12345678;
 constexpr unsigned int stack_depth = 7;
-// The probe, the tracepoint's own function and the kernel's area set-up.
+// The probe, the tracepoint's own function, and the kernel's area set-up.
 constexpr unsigned int own_frames = 3;
 
 constinit ratelimit_state vmalloc_detect_notify = {};
+constinit struct irq_work vmalloc_notify_work = {};
 constinit ratelimit_state vmalloc_purge_notify = {};
 
 constinit notifier_block memtrack_vmap_purge_nb = {memtrack_vmap_purge_notify, nullptr, 0};
 constinit bool purge_registered = false;
-constinit vendor_hook save_hook;
-constinit vendor_hook show_hook;
+constinit vendor_hook<android_vh_save_vmalloc_stack_probe> save_hook;
+constinit vendor_hook<android_vh_show_stack_hash_probe> show_hook;
 
 void vmalloc_maybe_need_notify()
 {
@@ -46,14 +51,20 @@ void vmalloc_maybe_need_notify()
 		return;
 	if (!___ratelimit(&vmalloc_detect_notify, __func__))
 		return;
-	lmkd_notify(LMKD_EVENT_VMALLOC_LEAK);
+	irq_work_queue(&vmalloc_notify_work);
 	mem_event_count(MM_EVENT_VMALLOC_LEAK);
 }
 
 } // namespace
 
+void vmalloc_notify_leak(struct irq_work *)
+{
+	lmkd_notify(LMKD_EVENT_VMALLOC_LEAK);
+}
+
 void vmalloc_track_load(void)
 {
+	helper_init_irq_work(&vmalloc_notify_work, vmalloc_notify_leak);
 	helper_ratelimit_state_init(&vmalloc_detect_notify, leak_notify_interval,
 				    leak_notify_burst);
 	helper_ratelimit_state_init(&vmalloc_purge_notify, leak_notify_interval, leak_notify_burst);
@@ -61,8 +72,8 @@ void vmalloc_track_load(void)
 
 int vmalloc_track_init(void)
 {
-	save_hook.attach(helper_android_vh_save_vmalloc_stack, vh_save_vmalloc_stack);
-	show_hook.attach(helper_android_vh_show_stack_hash, vh_show_stack_hash);
+	save_hook.attach(android_vh_save_vmalloc_stack(), vh_save_vmalloc_stack);
+	show_hook.attach(android_vh_show_stack_hash(), vh_show_stack_hash);
 	purge_registered = register_vmap_purge_notifier(&memtrack_vmap_purge_nb) == 0;
 	return 0;
 }
@@ -74,6 +85,9 @@ void vmalloc_track_exit(void)
 	purge_registered = false;
 	show_hook.detach();
 	save_hook.detach();
+	// The last probes may still queue a notification.
+	helper_tracepoint_synchronize_unregister();
+	irq_work_sync(&vmalloc_notify_work);
 }
 
 void vh_save_vmalloc_stack(void *, unsigned long, struct vm_struct *area)

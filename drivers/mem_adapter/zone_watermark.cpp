@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Whether the zones have room for an allocation: the kernel's own safe watermark check for a caller
-// without privileges, with the high mark and with movable, unmovable and reclaimable blocks only.
+// Whether the zones have room for an allocation: the kernel's own safe watermark check as it treats
+// an unprivileged caller, against the high mark, counting only unmovable, movable and reclaimable
+// blocks. Tolerated race: the zones are read without their locks, so the answer is an estimate.
 #include <bit>
 
 #include <kernel/cpumask.h>
@@ -12,12 +13,12 @@
 namespace
 {
 
-// Orders that are searched for a free block.
+// The highest order that is searched for a free block.
 constexpr unsigned int max_order = 9;
-// Unmovable, movable and reclaimable are the first of them.
+// Unmovable, movable and reclaimable come first.
 constexpr int searched_migratetypes = 3;
 
-// Zone indices by the low four bits of allocation flags, two bits each.
+// Zone indices, two bits each, indexed by the low four bits of allocation flags.
 constexpr unsigned int zone_table = 0x250015;
 
 long at_least_0(long count)
@@ -25,7 +26,7 @@ long at_least_0(long count)
 	return count < 0 ? 0 : count;
 }
 
-// The zone's free pages with what every CPU still keeps to itself.
+// The zone's free pages, including the counts that each CPU has not folded in yet.
 long free_pages_snapshot(const struct zone *zone)
 {
 	constexpr unsigned int word_bits = 64;
@@ -65,7 +66,7 @@ bool has_free_block(const struct zone *zone, unsigned int order)
 
 bool zone_ok(const struct zone *zone, int zone_index, unsigned int order)
 {
-	// No zone has what the search cannot find; and a larger order does not fit the sums.
+	// The search cannot find such a block, and the sums below would overflow.
 	if (order > max_order)
 		return false;
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only WITH Linux-syscall-note */
-/* The records that user space passes through the memcheck device. Host byte order. */
+/* Records that user space passes through the memcheck device, in host byte order. */
 #pragma once
 
 #if defined(TARN_MODULE)
@@ -25,7 +25,7 @@
 #define MEMCHECK_CMD_ON 1u
 #define MEMCHECK_CMD_OFF 2u
 
-/* Thresholds, one bit each: they select fields of memcheck_threshold. */
+/* Thresholds, one bit each. They select fields of memcheck_threshold. */
 #define TH_SLAB_K 1u
 #define TH_VMALLOC_K 2u
 #define TH_SLAB_LEAK_K 4u
@@ -34,7 +34,7 @@
 /* The largest payload that a readout accepts, in bytes. */
 #define MEMCHECK_MAX_SIZE 5242880u
 
-/* Sets the selected thresholds, or is filled with them; KiB. */
+/* Thresholds to set, or the ones read, in KiB. */
 struct memcheck_threshold {
 	uint32_t mask; /* TH_* bits; others are ignored */
 	uint32_t slab_k;
@@ -55,7 +55,7 @@ MEMCHECK_LAYOUT(sizeof(struct memcheck_command) == 24);
 MEMCHECK_LAYOUT(__builtin_offsetof(struct memcheck_command, memtype) == 4);
 MEMCHECK_LAYOUT(__builtin_offsetof(struct memcheck_command, cmd) == 16);
 
-/* Stands before the payload of a readout. */
+/* The header before the payload of a readout. */
 struct memcheck_info {
 	uint32_t type; /* MEMTYPE_* */
 	uint32_t reserved0;

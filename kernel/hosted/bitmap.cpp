@@ -4,7 +4,7 @@
 #include <bit>
 #include <climits>
 
-// Others may set and clear bits at the same time.
+// Bits may be set and cleared concurrently.
 unsigned int __bitmap_weight(const unsigned long *bitmap, unsigned int bits)
 {
 	constexpr unsigned word_bits = sizeof(long) * CHAR_BIT;

@@ -13,10 +13,10 @@
 
 #include <fmt/format.h>
 
-#include <hosted/callstack.h>
 #include <hosted/core_tracepoints.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
 #include <hosted/pins.h>
 
 struct cma {
@@ -36,7 +36,7 @@ namespace
 constexpr unsigned word_bits = sizeof(long) * CHAR_BIT;
 constexpr unsigned long no_pfn = ~0UL;
 
-// Filled while the machine is set up.
+// Filled only while the machine is being set up.
 std::vector<std::unique_ptr<cma>> &areas()
 {
 	static std::vector<std::unique_ptr<cma>> instance;
@@ -53,7 +53,7 @@ unsigned long bits_for(const cma &area, unsigned long pages)
 	return (pages + (1UL << area.order_per_bit) - 1) >> area.order_per_bit;
 }
 
-// Under the area's lock, as the rest that takes a bit's number.
+// Called under the area's lock, like every function here that takes a bit's number.
 void change(cma &area, unsigned long bit, unsigned long bits, bool set)
 {
 	for (const unsigned long end = bit + bits; bit < end;) {
@@ -66,7 +66,7 @@ void change(cma &area, unsigned long bit, unsigned long bits, bool set)
 	}
 }
 
-// The first bit from a number on that is set, or clear; the area's end where there is none.
+// The first bit at or after bit that is set, or clear; the area's end if there is none.
 unsigned long find_bit(const cma &area, unsigned long bit, bool set)
 {
 	const unsigned long end = bits_of(area);
@@ -80,7 +80,7 @@ unsigned long find_bit(const cma &area, unsigned long bit, bool set)
 	return end;
 }
 
-// The first run of clear bits whose pages are aligned; the area's end where there is none.
+// The first run of clear bits whose pages are aligned; the area's end if there is none.
 unsigned long find_clear_run(const cma &area, unsigned long from, unsigned long bits,
 			     unsigned long align_mask, unsigned long offset)
 {
@@ -113,7 +113,7 @@ void clear(cma &area, unsigned long pfn, unsigned long count)
 	change(area, (pfn - area.base_pfn) >> area.order_per_bit, bits_for(area, count), false);
 }
 
-// Takes the pages from whoever has them, all or none.
+// Takes all pages of the range away from their users, or none.
 int take_range(unsigned long pfn, unsigned long count)
 {
 	if (should_fail("alloc_contig_range"))
@@ -123,10 +123,23 @@ int take_range(unsigned long pfn, unsigned long count)
 			return -EBUSY;
 	for (unsigned long i = 0; i < count; i++) {
 		page &p = page_at(pfn + i);
+		unpoison_page(p);
 		p.buddy.store(false, std::memory_order_relaxed);
 		p.refcount.store(1, std::memory_order_relaxed);
+		p.use.store(page_use::contiguous, std::memory_order_release);
 	}
 	return 0;
+}
+
+// Drops the driver's reference. A page that is pinned stays in use.
+void give_back(page &p)
+{
+	page_use use = page_use::contiguous;
+	if (!p.use.compare_exchange_strong(use, page_use::cma))
+		judge_stop("cma", fmt::format("release of page {:#x}, which is not allocated",
+					      page_to_pfn(p)));
+	if (p.refcount.fetch_sub(1, std::memory_order_acq_rel) == 1)
+		poison_page(p);
 }
 
 } // namespace
@@ -137,8 +150,8 @@ cma &add_cma_area(std::string_view name, unsigned long base_pfn, unsigned long p
 	if (areas().size() == max_cma_areas)
 		throw std::invalid_argument("too many CMA areas");
 	if (pages == 0 || pages % (1UL << order_per_bit))
-		throw std::invalid_argument("a CMA area of no whole chunks");
-	add_frames(base_pfn, pages);
+		throw std::invalid_argument("a CMA area that is not whole chunks");
+	add_frames(base_pfn, pages, page_use::cma);
 	for (unsigned long pfn = base_pfn; pfn < base_pfn + pages; pfn += pageblock_pages)
 		set_migratetype(pfn, KERNEL_MIGRATE_CMA);
 	auto area = std::unique_ptr<cma>(new cma{base_pfn, pages, order_per_bit});
@@ -152,7 +165,7 @@ page *cma_alloc(cma &area, unsigned long count, unsigned align)
 	might_sleep("cma_alloc");
 	const unsigned long bits = bits_for(area, count);
 	if (count == 0 || bits > bits_of(area))
-		return nullptr; // of which no tracepoint tells
+		return nullptr; // the kernel fires no tracepoint for these
 	const unsigned long align_pages = 1UL << std::max(align, area.order_per_bit);
 	const unsigned long mask = (align_pages >> area.order_per_bit) - 1;
 	const unsigned long offset = (area.base_pfn & ((1UL << align) - 1)) >> area.order_per_bit;
@@ -191,9 +204,8 @@ bool cma_release(cma &area, const page *pages, unsigned long count)
 	static const unsigned long here = symbol_address("cma_release", 0x94, 0x140);
 	const frame_scope frame(here);
 
-	// A page that is pinned stays in use.
 	for (unsigned long i = 0; i < count; i++)
-		page_at(pfn + i).refcount.fetch_sub(1, std::memory_order_release);
+		give_back(page_at(pfn + i));
 	clear(area, pfn, count);
 	trace_cma_release(area.name.data(), pfn, pages, count);
 	return true;

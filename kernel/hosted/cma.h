@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include <hosted/page_frames.h>
+#include <hosted/mm.h>
 #include <kernel/cma.h>
 
 namespace hosted
@@ -12,19 +12,19 @@ namespace hosted
 
 inline constexpr unsigned max_cma_areas = 32;
 
-// Reserves an area of frames that are added with it; it lives until the reset. The name is cut to
-// what its field holds. Throws std::invalid_argument for what the kernel refuses: a range that is
-// not whole pageblocks and whole chunks, or too many areas.
+// Reserves an area, adding its frames; it lives until the reset. The name is truncated to its
+// field. Throws std::invalid_argument for what the kernel refuses: a range that is not whole
+// pageblocks and whole chunks, or too many areas.
 cma &add_cma_area(std::string_view name, unsigned long base_pfn, unsigned long pages,
 		  unsigned order_per_bit = 0);
 
-// The first range of free chunks whose pages can all be had; null on failure. A page with a pin
-// cannot be had: the range is busy, and the next one is tried. align is an order. Process context.
+// Allocates the first range of free chunks whose pages are all available; null on failure. A pinned
+// page makes a range busy, and the next one is tried. align is an order. Process context.
 page *cma_alloc(cma &area, unsigned long count, unsigned align = 0);
-// Any part of what was allocated. False for pages outside the area. Context: any.
+// Releases any part of an allocation. Returns false for pages outside the area. Context: any.
 bool cma_release(cma &area, const page *pages, unsigned long count);
 
-// Forgets all areas.
+// Removes all areas.
 void reset_cma();
 
 } // namespace hosted

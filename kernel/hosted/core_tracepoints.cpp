@@ -3,18 +3,21 @@
 
 #include <string_view>
 
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
 
-// A probe captures the stack in a function of its own.
-constinit tracepoint __tracepoint_cma_alloc_finish{"cma_alloc_finish", 2};
-constinit tracepoint __tracepoint_cma_release{"cma_release", 2};
+// A probe captures the stack in a separate function.
+#define DEFINE_TRACEPOINT(name, prototype) constinit tracepoint __tracepoint_##name{#name, 2};
+KERNEL_CORE_TRACEPOINTS(DEFINE_TRACEPOINT)
 
 tracepoint *helper_find_tracepoint(const char *name)
 {
+#define ADDRESS_OF(name, prototype) &__tracepoint_##name,
+	static constexpr tracepoint *all[] = {KERNEL_CORE_TRACEPOINTS(ADDRESS_OF)};
+
 	hosted::might_sleep("helper_find_tracepoint");
 	if (hosted::should_fail("find_tracepoint"))
 		return nullptr;
-	for (tracepoint *tp : {&__tracepoint_cma_alloc_finish, &__tracepoint_cma_release})
+	for (tracepoint *tp : all)
 		if (std::string_view(tp->name) == name)
 			return tp;
 	return nullptr;

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 #include <kernel/cpumask.h>
 
 namespace
@@ -21,7 +21,7 @@ constinit std::array<unsigned long, (KERNEL_NR_CPUS + word_bits - 1) / word_bits
 void hosted::set_cpu_online(unsigned cpu, bool online)
 {
 	if (cpu >= KERNEL_NR_CPUS)
-		judge_stop("CPU", fmt::format("there is no CPU {}", cpu));
+		judge_stop("CPU", fmt::format("CPU {} does not exist", cpu));
 	unsigned long &word = online_cpus[cpu / word_bits];
 	const unsigned long bit = 1UL << cpu % word_bits;
 

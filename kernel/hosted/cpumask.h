@@ -4,10 +4,10 @@
 namespace hosted
 {
 
-// Takes a CPU on or off line. What runs on it, and what it has counted, stays. Thread safe.
+// Takes a CPU online or offline. Whatever runs on it, and its counts, remain. Thread safe.
 void set_cpu_online(unsigned cpu, bool online);
 
-// Eight CPUs are on line.
+// Puts exactly eight CPUs online.
 void reset_cpus();
 
 } // namespace hosted

@@ -4,7 +4,7 @@
 #include <array>
 #include <atomic>
 
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
 #include <hosted/fs.h>
 #include <hosted/pgtable.h>
 #include <hosted/reclaim.h>
@@ -13,7 +13,7 @@
 namespace
 {
 
-// What an index that is hidden finds, by index.
+// What a lookup of a hidden index returns, by index.
 struct hidden_symbol {
 	std::atomic<bool> hidden;
 	std::atomic<void *> instead;

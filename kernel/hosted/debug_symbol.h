@@ -7,9 +7,9 @@
 namespace hosted
 {
 
-// Makes lookups of an index find nothing: what they return instead. Thread safe.
+// Hides a symbol: lookups of its index return "instead". Thread safe.
 void hide_debug_symbol(android_debug_symbol_index index, void *instead = ERR_PTR(-ENOENT));
-// Every symbol can be found.
+// Makes every symbol visible again.
 void reset_debug_symbols();
 
 } // namespace hosted

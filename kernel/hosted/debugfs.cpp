@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// debugfs, mounted at /sys/kernel/debug. Its files are read and written by their paths, see
-// sysfs.h.
+// debugfs, mounted at /sys/kernel/debug. Its files are read and written by path, see sysfs.h.
 #include <kernel/debugfs.h>
 
 #include <algorithm>
@@ -9,22 +8,19 @@
 #include <memory>
 #include <set>
 
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/opaque.h>
 #include <hosted/file_tree.h>
-#include <hosted/judge.h>
+#include <hosted/inode.h>
 #include <kernel/err.h>
 #include <kernel/string.h>
 
-// A directory, or a file of one.
+// A directory, or a file in one.
 struct dentry {
 	kobject *dir;
 	std::string file; // empty for a directory
 	dentry *parent;
 	std::set<dentry *> children{};
-};
-
-struct inode {
-	void *i_private;
 };
 
 namespace hosted
@@ -52,11 +48,10 @@ namespace hosted
 namespace
 {
 
-// What the interface's sized storage holds; zeroed storage has no open.
+// The real contents of the interface's sized storage; zeroed storage has no open function.
 struct operations {
 	int (*open)(inode *inode, file *file);
 };
-static_assert(sizeof(operations) <= sizeof(file_operations));
 
 struct registry {
 	std::mutex lock;
@@ -70,7 +65,7 @@ registry &all()
 	return instance;
 }
 
-// Under the registry's lock.
+// Called under the registry's lock.
 void check_live(dentry *d)
 {
 	if (!all().entries.contains(d))
@@ -112,11 +107,11 @@ long read_attribute(file &f, char *to, long size)
 	return count;
 }
 
-// A whole life of an open file, in which use reads or writes it.
+// Opens a file, calls use to read or write it, and closes it.
 template <class Use>
 long with_open(operations ops, void *data, Use use)
 {
-	inode node{data};
+	inode node(nullptr, data);
 	file f;
 	if (const int error = ops.open(&node, &f))
 		return error;
@@ -130,7 +125,7 @@ sysfs_file file_of(umode_t mode, operations ops, void *data)
 	return {
 		mode,
 		[=](char *page) {
-			// Reads on until there is no more, as every program does.
+			// Reads until the end of the file, as every program does.
 			return with_open(ops, data, [&](file &f) {
 				constexpr long size = 1L << KERNEL_PAGE_SHIFT;
 				long count = 0;
@@ -184,8 +179,7 @@ dentry *debugfs_create_file(const char *name, umode_t mode, dentry *parent, void
 			    const file_operations *fops)
 {
 	might_sleep("debugfs_create_file");
-	operations ops;
-	std::memcpy(&ops, fops->storage, sizeof(ops));
+	const auto ops = load_opaque<operations>(fops);
 	if (!ops.open)
 		judge_stop("debugfs", "use of file operations that were never initialised");
 	if (IS_ERR(parent))
@@ -233,6 +227,5 @@ int simple_attr_release(inode *, file *file)
 
 void helper_attribute_fops_init(file_operations *fops, int (*open)(inode *inode, file *file))
 {
-	const operations ops{open};
-	std::memcpy(fops->storage, &ops, sizeof(ops));
+	store_opaque(fops, operations{open});
 }

@@ -5,8 +5,9 @@
 #include <cerrno>
 #include <mutex>
 
-#include <hosted/fault.h>
-#include <hosted/judge.h>
+#include <hosted/engine/address_range.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
 #include <hosted/scatterlist.h>
 
 namespace hosted
@@ -28,13 +29,19 @@ struct mapping_list {
 	std::mutex lock;
 	std::vector<mapping> live;
 	unsigned long calls = 0;
-	u64 next_address = 0x1000;
 };
 
 mapping_list &mappings()
 {
 	static mapping_list the_mappings;
 	return the_mappings;
+}
+
+// A device must not get at free pages.
+void check_pages(const page *first, u64 bytes)
+{
+	for (u64 at = 0; at < bytes; at += page_size)
+		check_owned(first[at / page_size], "device mapping");
 }
 
 } // namespace
@@ -59,7 +66,6 @@ void reset_dma()
 	if (!m.live.empty())
 		judge_stop("DMA", "a device is left with a mapping");
 	m.calls = 0;
-	m.next_address = 0x1000;
 }
 
 } // namespace hosted
@@ -69,7 +75,7 @@ using namespace hosted;
 device::~device()
 {
 	if (mappings_of(*this) != 0)
-		judge_stop("DMA", "a device goes with a mapping left");
+		judge_stop("DMA", "a device is destroyed while it is mapped");
 }
 
 int dma_map_sgtable(device *dev, sg_table *table, dma_data_direction dir, unsigned long attrs)
@@ -83,9 +89,10 @@ int dma_map_sgtable(device *dev, sg_table *table, dma_data_direction dir, unsign
 		return -EIO;
 	scatterlist *entry = table->sgl;
 	for (unsigned i = 0; i < table->orig_nents; i++, entry = sg_next(entry)) {
-		entry->dma_address = m.next_address + entry->offset;
+		const page *first = helper_sg_page(entry);
+		check_pages(first, entry->offset + u64{entry->length});
+		entry->dma_address = page_to_phys(*first) + entry->offset;
 		entry->dma_length = entry->length;
-		m.next_address += (entry->offset + u64{entry->length} + 0xfff) & ~u64{0xfff};
 	}
 	table->nents = table->orig_nents;
 	m.live.push_back({dev, table->sgl, table->orig_nents, dir, attrs});
@@ -101,7 +108,7 @@ void dma_unmap_sg_attrs(device *dev, scatterlist *first, int entries, dma_data_d
 	const mapping wanted{dev, first, static_cast<unsigned>(entries), dir, attrs};
 	const auto found = std::ranges::find(m.live, wanted);
 	if (found == m.live.end())
-		judge_stop("DMA", "an unmap that no mapping matches");
+		judge_stop("DMA", "no mapping matches the unmap");
 	m.live.erase(found);
 }
 

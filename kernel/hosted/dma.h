@@ -6,7 +6,7 @@
 
 #include <kernel/dma.h>
 
-// A device outlives its mappings. It has an IOMMU-side pointer where the platform serves it.
+// A device must outlive its mappings. It has an IOMMU pointer if the platform serves it.
 struct device {
 	explicit device(const void *iommu_side = nullptr) : iommu(iommu_side) {}
 	~device();
@@ -22,12 +22,12 @@ struct dma_buf {
 namespace hosted
 {
 
-// Tables that are mapped for the device now. Thread safe, as the mapping itself.
+// Number of tables currently mapped for the device. Thread safe, like mapping itself.
 unsigned mappings_of(const device &dev);
-// dma_map_sgtable and dma_unmap_sg_attrs since the reset.
+// Number of calls of dma_map_sgtable and dma_unmap_sg_attrs since the reset.
 unsigned long dma_calls();
 
-// Stops the program if a device is left with a mapping.
+// Stops the program if a device still has a mapping.
 void reset_dma();
 
 } // namespace hosted

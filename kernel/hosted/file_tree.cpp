@@ -5,17 +5,17 @@
 #include <cerrno>
 #include <memory>
 
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
-#include <hosted/lockdep.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/lockdep.h>
 
 namespace hosted
 {
 namespace
 {
 
-// Stands for a running handler as a lock that the handler holds and that the removal of its
-// directory takes.
+// Represents a running handler as a lock: the handler holds it, and removal of its directory takes
+// it.
 unsigned active_class()
 {
 	static constinit char key;
@@ -104,7 +104,7 @@ void file_tree::remove_file(kobject *dir, std::string_view name)
 	check_live(dir);
 	const auto found = dir->files.find(name);
 	if (found == dir->files.end())
-		judge_stop("sysfs", "a file is removed that is not there");
+		judge_stop("sysfs", "removal of a file that does not exist");
 	const auto out_of_sight = dir->files.extract(found);
 	idle_.wait(guard, [&] { return dir->running == 0; });
 }

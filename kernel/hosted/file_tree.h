@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The one tree of files under /sys: directories, and files with handlers. What sysfs, debugfs and
-// the module parameters hang into it is their business.
+// The only tree of files under /sys: directories, and files with handlers. sysfs, debugfs and
+// module parameters add their own.
 #pragma once
 
 #include <condition_variable>
@@ -20,9 +20,9 @@ struct kobject {
 	std::string name;
 	kobject *parent;
 	bool of_module;
-	bool linked = true; // in sight
+	bool linked = true; // visible
 	unsigned refs = 1;
-	unsigned running = 0; // handlers of its files
+	unsigned running = 0; // handlers of its files that are running
 	std::map<std::string, kobject *, std::less<>> children{};
 	std::map<std::string, hosted::sysfs_file, std::less<>> files{};
 };
@@ -30,10 +30,11 @@ struct kobject {
 namespace hosted
 {
 
-// Cuts the first component off a path.
+// Removes the first component from a path and returns it.
 std::string_view next_component(std::string_view &path);
 
-// Thread safe. What waits for handlers stops the program when one of them is its caller.
+// Thread safe. Functions that wait for handlers stop the program if the caller is itself one of
+// those handlers.
 class file_tree
 {
 public:
@@ -43,17 +44,17 @@ public:
 	{
 		return &root_;
 	}
-	// Null when the name is taken.
+	// Returns null if the name is taken.
 	kobject *add_dir(std::string_view name, kobject *parent, bool of_module);
 	kobject *child(kobject *parent, std::string_view name);
-	// Takes the directory out of sight and waits for its handlers; references to it stay.
+	// Hides the directory and waits for its handlers; references to it remain valid.
 	void del(kobject *dir);
 	void put(kobject *dir);
-	// All of the files, or none when a name is taken.
+	// Adds all of the files, or none if a name is taken.
 	int add_files(kobject *dir, const std::vector<std::pair<std::string, sysfs_file>> &files);
-	// Waits for the directory's handlers.
+	// Waits for the directory's running handlers.
 	void remove_file(kobject *dir, std::string_view name);
-	// Runs handler on the file of a path if its mode has one of the wanted bits.
+	// Runs handler on the file at a path if its mode has one of the wanted bits.
 	long run(std::string_view path, umode_t wanted,
 		 const std::function<long(const sysfs_file &file)> &handler);
 	std::vector<std::string> leftovers();

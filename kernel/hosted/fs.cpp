@@ -7,14 +7,14 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include <hosted/engine/judge.h>
 #include <hosted/inode.h>
-#include <hosted/judge.h>
 #include <hosted/spinlock.h>
 
 struct CAPABILITY("file system") super_block {
 	raw_spinlock_t inode_list_lock{};
 	list_head inodes{&inodes, &inodes};
-	std::shared_mutex mounted_lock{}; // shared: it stays mounted
+	std::shared_mutex mounted_lock{}; // while held shared, it stays mounted
 	bool mounted = true;
 };
 
@@ -29,7 +29,7 @@ constinit lock_class_key inode_key{};
 struct file_systems {
 	std::mutex lock;
 	std::vector<std::shared_ptr<super_block>> all{};
-	// Freed inodes, kept so that a use of one can be told.
+	// Freed inodes are kept so that later uses of them are detected.
 	std::vector<std::unique_ptr<inode>> freed{};
 };
 
@@ -53,7 +53,7 @@ void evict(inode &file)
 	systems().freed.emplace_back(&file);
 }
 
-// Whether the inode goes now. Under its lock.
+// Starts to free the inode if nothing keeps it, and returns whether it did. Called under its lock.
 bool begin_eviction(inode &file)
 {
 	if (file.references != 0 || file.linked ||
@@ -123,7 +123,7 @@ void unmount(super_block &sb)
 
 inode &create_file(super_block &sb)
 {
-	auto *file = new inode(sb);
+	auto *file = new inode(&sb);
 
 	helper_raw_spin_lock_init(&file->lock, "i_lock", &inode_key);
 	const spin_guard guard(sb.inode_list_lock);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// File systems, their files and the page cache of those. Thread safe but where noted; process
-// context.
+// File systems, their files and the files' page cache. Process context. Thread safe unless noted.
 #pragma once
 
 #include <functional>
@@ -11,18 +10,19 @@
 namespace hosted
 {
 
-// The kernel's function, which callers find as a debug symbol. It holds off unmounting meanwhile.
+// The kernel's function, which callers find as a debug symbol. A file system cannot be unmounted
+// while the callback runs on it.
 void iterate_supers(void (*callback)(super_block *sb, void *arg), void *arg);
 
 super_block &mount();
-// Its files go; no one may use one of them any more.
+// Removes its files, which nobody may use any more.
 void unmount(super_block &sb);
 
-// A file at the head of the list of its file system, in the cache of inodes without a user.
+// Creates a file at the head of its file system's list; its inode is cached but has no user.
 inode &create_file(super_block &sb);
-// Its inode goes at once or with the last reference.
+// Its inode is freed at once, or with the last reference.
 void remove_file(inode &file);
-// KERNEL_I_* bits, for an inode that is on its way in or out and stays there.
+// Sets KERNEL_I_* bits, for an inode that stays half created or half freed.
 void set_inode_state(inode &file, unsigned long state);
 int references(inode &file);
 
@@ -33,16 +33,16 @@ struct page_state {
 	bool writeback = false;
 };
 void cache_page(inode &file, unsigned long index, page_state state = {});
-// Indices of the pages that are there.
+// Indices of the cached pages.
 std::vector<unsigned long> cached_pages(inode &file);
 
-// The files whose pages were to be dropped since the last look, in order.
+// Removes and returns the files whose pages were to be dropped since the last call, in order.
 std::vector<const inode *> take_invalidations();
-// Runs at the beginning of each invalidation, on the thread that asked for it. Not while another
+// Called at the start of each invalidation, on the invalidating thread. Do not set it while another
 // thread invalidates.
 void on_invalidation(std::function<void(inode &file)> run);
 
-// No file system is mounted.
+// Unmounts everything.
 void reset_fs();
 
 } // namespace hosted

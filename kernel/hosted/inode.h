@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Inside of an inode, for the hosted kernel's own files.
+// The inside of an inode, for the hosted kernel's own files.
 #pragma once
 
 #include <atomic>
@@ -17,11 +17,15 @@ struct address_space {
 	std::atomic<std::size_t> count{0};
 };
 
-// As an entry of the list of its file system, under that list's lock; the rest under the inode's.
+// The list entry is protected by the file system's list lock, the rest by the inode's lock.
 struct CAPABILITY("inode") inode : list_head {
-	explicit inode(super_block &of) : list_head{}, sb(&of) {}
+	explicit inode(super_block *of, void *data = nullptr) : sb(of), i_private(data)
+	{
+		next = prev = nullptr;
+	}
 
-	super_block *const sb;
+	super_block *const sb; // null in debugfs, whose inodes live while their file is open
+	void *const i_private; // data that a debugfs file shows
 	raw_spinlock_t lock{};
 	unsigned long state = 0;
 	int references = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <hosted/clock.h>
+#include <hosted/engine/clock.h>
 #include <kernel/jiffies.h>
 
 unsigned long volatile jiffies = hosted::boot_jiffies;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Memory by size: a row of slab caches.
+// Memory by size, out of one slab cache for each power of two.
 #include <hosted/kmalloc.h>
 
 #include <array>
@@ -8,10 +8,9 @@
 
 #include <fmt/format.h>
 
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
 #include <hosted/slab.h>
-#include <hosted/slab_pages.h>
 
 namespace hosted
 {

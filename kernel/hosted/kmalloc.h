@@ -4,7 +4,7 @@
 namespace hosted
 {
 
-// The caches of a kernel that boots, which has none yet. Process context.
+// Creates the caches when the kernel boots. Process context.
 void make_kmalloc_caches();
 
 } // namespace hosted

@@ -4,42 +4,37 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <iterator>
 #include <mutex>
 #include <new>
-#include <type_traits>
 
 #include <fmt/format.h>
 
-#include <hosted/callstack.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/opaque.h>
 #include <kernel/rcupdate.h>
 
 struct pt_regs {
-	// Where the kernel passes arguments. What a function does not take is what was there
-	// before.
+	// The argument registers. A register that a function does not use keeps its old value.
 	std::array<unsigned long, 8> arguments;
 };
 
 namespace hosted
 {
 
-constexpr std::uint32_t kprobe_magic = 0x6b70726f;
-
-// In the storage of a kprobe. Its links change under the registry's lock and are walked under RCU.
+// The real contents of a kprobe. Its links change under the registry's lock and are walked under
+// RCU.
 struct probe {
-	std::uint32_t magic = kprobe_magic;
+	magic_number<0x6b70726f> magic{};
 	const char *symbol;
-	int (*handler)(kprobe *kp, pt_regs *regs);
+	kprobe_entry_handler *handler;
 	probed_function *function = nullptr; // while it is registered
 	unsigned long address = 0;
 	std::atomic<probe *> next{nullptr};
 };
-static_assert(sizeof(probe) <= sizeof(kprobe));
-static_assert(std::is_trivially_destructible_v<probe>);
 
 constinit probed_function probed_functions[] = {
 	{"folio_add_pin"}, {"try_grab_page"}, {"try_grab_folio"}};
@@ -53,7 +48,7 @@ constinit std::mutex registration;
 
 probe &real(kprobe *kp)
 {
-	return *reinterpret_cast<probe *>(kp->storage);
+	return opaque_cast<probe>(kp);
 }
 
 probed_function *find(std::string_view symbol)
@@ -123,20 +118,18 @@ void reset_kprobes()
 
 using namespace hosted;
 
-void helper_kprobe_init(kprobe *kp, const char *symbol,
-			int (*pre_handler)(kprobe *kp, pt_regs *regs))
+void helper_kprobe_init(kprobe *kp, const char *symbol, kprobe_entry_handler *handler)
 {
-	if (real(kp).magic == kprobe_magic && real(kp).function)
+	if (real(kp).magic.intact() && real(kp).function)
 		judge_stop("kprobe", "the probe is initialised while it is registered");
-	new (kp->storage) probe{.symbol = symbol, .handler = pre_handler};
+	new (kp->storage) probe{.symbol = symbol, .handler = handler};
 }
 
 int register_kprobe(kprobe *kp)
 {
 	might_sleep("register_kprobe");
 	probe &p = real(kp);
-	if (p.magic != kprobe_magic)
-		judge_stop("kprobe", "the probe was never initialised");
+	judge_initialised(p, "kprobe", "the probe was never initialised");
 	if (should_fail("register_kprobe"))
 		return -ENOMEM;
 	probed_function *function = find(p.symbol);
@@ -158,7 +151,7 @@ void unregister_kprobe(kprobe *kp)
 {
 	might_sleep("unregister_kprobe");
 	probe &p = real(kp);
-	if (p.magic == kprobe_magic && p.function)
+	if (p.magic.intact() && p.function)
 		unlink(p);
 	synchronize_rcu();
 }

@@ -24,7 +24,8 @@ struct probed_function {
 extern probed_function probed_functions[];
 void run_probes(const probed_function &function, std::initializer_list<unsigned long> arguments);
 
-// Called first by each of them, with what its argument registers hold. Any context.
+// Called first by each of these functions, with the contents of its argument registers. Any
+// context.
 inline void enter(probed function, std::initializer_list<unsigned long> arguments)
 {
 	const probed_function &f = probed_functions[static_cast<int>(function)];
@@ -32,11 +33,11 @@ inline void enter(probed function, std::initializer_list<unsigned long> argument
 		run_probes(f, arguments);
 }
 
-// Registrations at a function fail with an error from now on: -ENOENT as if the kernel had no such
-// symbol, -EINVAL as if it must not be probed. 0 takes that back, as does the reset.
+// From now on, registration at this function fails with an error: -ENOENT as if the kernel had no
+// such symbol, -EINVAL as if it must not be probed. 0 allows it again, as does the reset.
 void refuse_kprobes(std::string_view symbol, int error);
 
-// Stops the program if a probe is registered.
+// Stops the program if a probe is still registered.
 void reset_kprobes();
 
 } // namespace hosted

@@ -9,7 +9,7 @@
 namespace
 {
 
-// Drops a prefix that belongs to the base and settles base 0.
+// Removes a prefix that belongs to the base, and resolves base 0.
 unsigned int take_base(std::string_view &digits, unsigned int base)
 {
 	const bool hexadecimal = digits.size() > 1 && digits[0] == '0' && (digits[1] | 0x20) == 'x';

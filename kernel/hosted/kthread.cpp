@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <fmt/format.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
-#include <hosted/log.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/log.h>
 #include <hosted/sched.h>
 #include <kernel/err.h>
 #include <kernel/kthread.h>
@@ -24,7 +24,7 @@ void run_thread(task_struct &task)
 		std::unique_lock lock(the_scheduler().lock);
 		wait_for_turn(task, lock);
 	}
-	// a thread that is stopped before it ever ran never runs
+	// a thread stopped before its first run never runs
 	int result = -EINTR;
 	if (!thread.should_stop.load(std::memory_order_acquire)) {
 		const callback_check check(task.comm);
@@ -33,8 +33,8 @@ void run_thread(task_struct &task)
 	const std::lock_guard guard(the_scheduler().lock);
 	thread.result = result;
 	thread.ended = true;
-	leave_processor(task);
-	// nobody may wait for it any more; its task stays to tell a late kthread_stop
+	dequeue(task);
+	// nobody may wait for it any more; its task stays, so that a late kthread_stop is caught
 	if (!thread.should_stop.load(std::memory_order_relaxed))
 		thread.host.detach();
 }
@@ -82,11 +82,11 @@ int end_thread(task_struct *task)
 	{
 		const std::lock_guard guard(s.lock);
 		if (std::ranges::find(s.threads, task) == s.threads.end())
-			judge_stop("kthread_stop", "no such kernel thread, or stopped before");
+			judge_stop("kthread_stop", "not a kernel thread, or already stopped");
 		if (task == self().task)
-			judge_stop("kthread_stop", "a thread waits for its own end");
+			judge_stop("kthread_stop", "a thread waits for itself to end");
 		if (task->thread->ended)
-			judge_stop("kthread_stop of a thread that has ended by itself", task->comm);
+			judge_stop("kthread_stop of a thread that has already exited", task->comm);
 		if (task->thread->should_stop.exchange(true, std::memory_order_release))
 			judge_stop("kthread_stop by two callers", task->comm);
 	}
@@ -119,7 +119,7 @@ bool kthread_should_stop(void)
 {
 	const task_struct *task = self().task;
 	if (judging && !task->thread)
-		judge_stop("kthread_should_stop", "the task is no kernel thread");
+		judge_stop("kthread_should_stop", "the task is not a kernel thread");
 	return task->thread->should_stop.load(std::memory_order_acquire);
 }
 

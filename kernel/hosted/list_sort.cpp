@@ -6,7 +6,7 @@ namespace
 
 using compare = int (*)(void *, const list_head *, const list_head *);
 
-// A chain of nodes by their next link, null at its end; prev is set right in the end.
+// Sorts a chain of nodes linked by next, with null at the end; prev is repaired afterwards.
 struct sorter {
 	void *priv;
 	compare cmp;
@@ -23,7 +23,7 @@ struct sorter {
 		tail->next = a ? a : b;
 		return merged.next;
 	}
-	// Cuts that many nodes off the chain and sorts them.
+	// Removes this many nodes from the chain and sorts them.
 	list_head *sort(list_head *&chain, size_t nodes) const
 	{
 		if (nodes == 1) {

@@ -2,11 +2,59 @@
 #include <hosted/mm.h>
 
 #include <cstdint>
+#include <stdexcept>
 
+#include <fmt/format.h>
+
+#include <hosted/engine/judge.h>
 #include <kernel/printk.h>
 
 namespace hosted
 {
+namespace
+{
+
+// A frame that was never added has a page structure, but no memory behind it.
+const page &in_frame(const page *page)
+{
+	if (judging && use_of(page) == page_use::absent) [[unlikely]]
+		judge_stop("page", "a page that is in no frame");
+	return *page;
+}
+
+// Both banks begin at a pageblock boundary, so the place in the memory map gives the block.
+page &first_of_block(const page &page)
+{
+	return const_cast<struct page &>(*(&page - page_number(page) % pageblock_pages));
+}
+
+} // namespace
+
+std::span<page> make_pages(std::size_t count)
+{
+	return allocate_row(count, page_use::kernel);
+}
+
+void add_frames(unsigned long first, unsigned long count, page_use use)
+{
+	if (first % pageblock_pages || count % pageblock_pages)
+		throw std::invalid_argument("frames that are not whole pageblocks");
+	for (page &p : claim_row(first, count, use))
+		p.migratetype.store(migrate_movable, std::memory_order_relaxed);
+}
+
+page &page_at(unsigned long pfn)
+{
+	page *p = pfn_to_page(pfn);
+	if (use_of(p) == page_use::absent)
+		judge_stop("page", fmt::format("there is no frame {:#x}", pfn));
+	return *p;
+}
+
+void set_migratetype(unsigned long pfn, unsigned char type)
+{
+	first_of_block(page_at(pfn)).migratetype.store(type, std::memory_order_relaxed);
+}
 
 void make_compound(std::span<page> pages)
 {
@@ -38,6 +86,8 @@ void make_buddy(page &page, unsigned order)
 
 } // namespace hosted
 
+using namespace hosted;
+
 unsigned long helper_page_compound_head_word(const page *page)
 {
 	return page->compound_head.load(std::memory_order_acquire);
@@ -48,10 +98,26 @@ int helper_page_refcount(const page *page)
 	return page->refcount.load(std::memory_order_acquire);
 }
 
+const page *helper_pfn_to_page(unsigned long pfn)
+{
+	return &page_at(pfn);
+}
+
+unsigned long helper_page_to_pfn(const page *page)
+{
+	return page_to_pfn(in_frame(page));
+}
+
+unsigned long helper_page_migratetype(const page *page)
+{
+	return first_of_block(in_frame(page)).migratetype.load(std::memory_order_relaxed);
+}
+
 unsigned long helper_page_folio_pages(const page *page)
 {
-	return hosted::folio_head(*const_cast<struct page *>(page))
-		.folio_pages.load(std::memory_order_relaxed);
+	struct page &head = folio_head(const_cast<struct page &>(*page));
+	check_owned(head, "folio size");
+	return head.folio_pages.load(std::memory_order_relaxed);
 }
 
 bool helper_page_is_buddy(const page *page)
@@ -62,6 +128,23 @@ bool helper_page_is_buddy(const page *page)
 unsigned long helper_page_buddy_order(const page *page)
 {
 	return page->buddy_order.load(std::memory_order_relaxed);
+}
+
+page *helper_page_behind(page *page, unsigned long n)
+{
+	return page + n;
+}
+
+void helper_page_set_flag(page *page, unsigned int bit)
+{
+	check_owned(*page, "change of a flag");
+	page->flags.fetch_or(1UL << bit, std::memory_order_relaxed);
+}
+
+void helper_page_clear_flag(page *page, unsigned int bit)
+{
+	check_owned(*page, "change of a flag");
+	page->flags.fetch_and(~(1UL << bit), std::memory_order_relaxed);
 }
 
 void dump_page(const page *page, const char *reason)

@@ -1,30 +1,34 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Page structures. Free-standing ones have no frame number, a test makes as many as it needs; those
-// of the machine's memory are in page_frames.h.
+// Pages as a test sets them up. All of them are in the machine's memory until the reset.
 #pragma once
 
-#include <atomic>
 #include <span>
 
+#include <hosted/physmem.h>
 #include <kernel/mm.h>
-
-struct page {
-	std::atomic<unsigned long> flags{0};
-	std::atomic<unsigned long> compound_head{0};
-	std::atomic<int> refcount{1};
-	std::atomic<unsigned> folio_pages{1}; // of a head
-	std::atomic<unsigned> buddy_order{0}; // of the head of a free block
-	std::atomic<bool> buddy{false};
-	std::atomic<bool> present{false};	   // in the machine's memory
-	std::atomic<unsigned char> migratetype{0}; // of the pageblock that begins here
-};
 
 namespace hosted
 {
 
+inline constexpr unsigned pageblock_order = 9;
+inline constexpr unsigned long pageblock_pages = 1UL << pageblock_order;
+inline constexpr unsigned char migrate_movable = 1;
+
+// Pages in a row, with a reference each, that the rest of the kernel holds.
+std::span<page> make_pages(std::size_t count);
+
+// Pages of whole pageblocks in the low bank, which are movable. For a CMA area they have no
+// reference. Stops the program if a page has an owner already. Throws std::invalid_argument for a
+// range that is not whole blocks below 16 GiB.
+void add_frames(unsigned long first, unsigned long count, page_use use = page_use::kernel);
+// The page of a frame number; stops the program if that frame is absent.
+page &page_at(unsigned long pfn);
+// Of the pageblock that holds the frame.
+void set_migratetype(unsigned long pfn, unsigned char type);
+
 // Makes the first page the head of the others.
 void make_compound(std::span<page> pages);
-// Makes each a page of its own.
+// Makes each page independent again.
 void split_compound(std::span<page> pages);
 // The first page of the page's folio.
 page &folio_head(page &page);

@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 
 namespace hosted
 {
@@ -29,7 +29,7 @@ struct free_area {
 } // namespace
 } // namespace hosted
 
-// Read without a lock, as in the kernel; only who changes a list takes the zone's lock.
+// Fields are read without a lock, as in the kernel; only changes to a list take the zone's lock.
 struct zone {
 	std::atomic<const char *> name;
 	std::array<std::atomic<long>, KERNEL_MAX_NR_ZONES> lowmem_reserve;
@@ -81,7 +81,7 @@ list_head *load(list_head *const &link)
 	return __atomic_load_n(&link, __ATOMIC_ACQUIRE);
 }
 
-// Release, for who reads the link without the lock.
+// Release, for readers that do not take the lock.
 void store(list_head *&link, list_head *to)
 {
 	__atomic_store_n(&link, to, __ATOMIC_RELEASE);

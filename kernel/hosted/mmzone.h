@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The memory node and its zones, to be set at will. All counts are in pages unless said otherwise;
-// all levers are thread safe.
+// The memory node and its zones, with settable counts. Counts are in pages unless noted. Everything
+// here is thread safe.
 #pragma once
 
 #include <array>
@@ -11,7 +11,8 @@ namespace hosted
 {
 
 inline constexpr unsigned free_area_orders = 11;
-// Lists of free blocks of an order: unmovable, movable, reclaimable, CMA, high-atomic, isolated.
+// One list of free blocks per order and type: unmovable, movable, reclaimable, CMA, high-atomic,
+// isolated.
 inline constexpr int free_list_types = 6;
 inline constexpr int cma_list = KERNEL_MIGRATE_CMA;
 
@@ -28,15 +29,15 @@ struct zone_state {
 void set_zone(int index, const zone_state &state);
 // The name must live as long as the machine.
 void set_zone_name(int index, const char *name);
-// What a CPU, online or not, has counted of free pages for itself.
+// Free pages that a CPU, online or not, has counted but not yet added to the zone's count.
 void set_free_pages_diff(int index, unsigned cpu, signed char pages);
-// Makes a list that many blocks long and counts the order's blocks. Their pages are not counted as
-// free, see zone_state.
+// Sets the length of a list and updates the count of the order's blocks. The pages of these blocks
+// do not change the count of free pages, see zone_state.
 void set_free_blocks(int index, unsigned order, int list, unsigned blocks);
-// Makes the count differ from the lists, which one who takes no lock may see while they change.
+// Makes the count differ from the lists, as a reader without the lock may see while they change.
 void set_block_count(int index, unsigned order, unsigned long blocks);
 
-// Five zones, "DMA32" the first of them, two of which have memory; all lists are empty.
+// Resets to five zones, "DMA32" first, two of which have memory. All lists are empty.
 void reset_zones();
 
 } // namespace hosted

@@ -15,9 +15,10 @@
 #include <unordered_map>
 #include <utility>
 
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/opaque.h>
 #include <kernel/netlink.h>
 
 struct net {
@@ -29,7 +30,7 @@ struct sock {
 	unsigned running; // input callbacks; guarded by the network's lock
 };
 
-// A buffer from the heap, of the exact size, so that a read past the datagram is found.
+// A heap buffer of the exact size, so that reads past the datagram are detected.
 struct sk_buff {
 	std::vector<std::byte> data;
 	unsigned int len;
@@ -47,12 +48,12 @@ constexpr std::size_t align(std::size_t length)
 	return (length + 3) & ~std::size_t{3};
 }
 
-// The kernel socket whose input callback this thread is in.
+// The kernel socket whose input callback this thread is running.
 thread_local const sock *in_input;
 
 } // namespace
 
-// Every socket of every unit, and the buffers that the module holds.
+// All sockets of all units, and the buffers that the module holds.
 class netlink_network
 {
 public:
@@ -105,7 +106,7 @@ public:
 		}
 	}
 
-	// Runs the input callback of a unit's kernel socket on a buffer that stays the kernel's.
+	// Runs the input callback of a unit's kernel socket on a buffer that the kernel keeps.
 	int input(int unit, sk_buff &skb)
 	{
 		sock *sk = nullptr;
@@ -171,7 +172,7 @@ public:
 		auto node = handed_out_.extract(skb);
 		if (!node)
 			judge_stop("netlink buffer",
-				   "a buffer is sent or freed that is not the module's");
+				   "the buffer to send or free is not the module's");
 		return std::move(node.mapped());
 	}
 
@@ -194,7 +195,8 @@ private:
 		std::size_t capacity;
 	};
 
-	// The unit of a socket that is open; the pointer alone may be stale.
+	// The unit of an open socket. The pointer may be stale, so it is only compared, never
+	// followed.
 	int unit_of(const sock *sk)
 	{
 		const auto slot =
@@ -205,7 +207,7 @@ private:
 	}
 
 	std::mutex lock_;
-	std::condition_variable changed_; // a callback ended, a queue has room, a port went
+	std::condition_variable changed_; // a callback ended, a queue has room, a port closed
 	std::array<std::unique_ptr<sock>, 32> kernel_;
 	std::map<std::pair<int, std::uint32_t>, queue> ports_;
 	std::unordered_map<const sk_buff *, std::unique_ptr<sk_buff>> handed_out_;
@@ -219,7 +221,6 @@ const leftover_source netlink_leftovers([] { return netlink_network::get().lefto
 struct config {
 	void (*input)(sk_buff *skb);
 };
-static_assert(sizeof(config) <= sizeof(netlink_kernel_cfg));
 
 } // namespace
 
@@ -254,8 +255,7 @@ using hosted::netlink_network;
 void helper_netlink_cfg_set_input(struct netlink_kernel_cfg *cfg,
 				  void (*input)(struct sk_buff *skb))
 {
-	const hosted::config config{input};
-	std::memcpy(cfg->storage, &config, sizeof(config));
+	hosted::store_opaque(cfg, hosted::config{input});
 }
 
 struct sock *__netlink_kernel_create(struct net *, int unit, struct module *,
@@ -264,8 +264,7 @@ struct sock *__netlink_kernel_create(struct net *, int unit, struct module *,
 	hosted::might_sleep("netlink_kernel_create");
 	if (hosted::should_fail("netlink_kernel_create"))
 		return nullptr;
-	hosted::config config{};
-	std::memcpy(&config, cfg->storage, sizeof(config));
+	const auto config = hosted::load_opaque<hosted::config>(cfg);
 	return netlink_network::get().create(unit, config.input);
 }
 
@@ -285,7 +284,7 @@ int netlink_unicast(struct sock *ssk, struct sk_buff *skb, u32 portid, int nonbl
 
 struct sk_buff *helper_nlmsg_new(size_t payload, gfp_t flags)
 {
-	// Memory that nobody asked to be cleared holds something else than zero.
+	// Memory that is not zeroed on request must not happen to be zero.
 	constexpr std::byte stale{0x5a};
 
 	if (flags & __GFP_DIRECT_RECLAIM)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The user's side of netlink.
+// User space's end of netlink.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 namespace hosted
 {
 
-// A user process's socket, bound to a port of a unit while it lives. Thread safe.
+// A user process's socket, bound to a port of a unit during its lifetime. Thread safe.
 class netlink_socket
 {
 public:
@@ -21,10 +21,10 @@ public:
 	netlink_socket(const netlink_socket &) = delete;
 	netlink_socket &operator=(const netlink_socket &) = delete;
 
-	// Hands one datagram of any length to the kernel's socket, whose input callback runs on
+	// Sends one datagram of any length to the kernel's socket, whose input callback runs on
 	// this thread. Returns 0 or -ECONNREFUSED.
 	int send(std::span<const std::byte> datagram);
-	// The oldest datagram of the queue; never waits.
+	// Removes and returns the oldest datagram in the queue; never waits.
 	std::optional<std::vector<std::byte>> receive();
 
 private:

@@ -8,9 +8,9 @@
 
 #include <fmt/format.h>
 
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
 #include <kernel/err.h>
 
 namespace hosted
@@ -21,7 +21,7 @@ namespace
 // A callback that returns a value with this bit ends the walk.
 constexpr int notify_stop_mask = 0x8000;
 
-// Held shared while callbacks run, so that nobody leaves the chain under a running one.
+// Held shared while callbacks run, so that none is removed while it runs.
 constinit std::shared_mutex lock;
 constinit notifier_block *chain = nullptr;
 constinit thread_local bool in_callback = false;

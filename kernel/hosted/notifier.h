@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The chain that is told when the vmalloc address space has run out.
+// The notifier chain called when vmalloc runs out of address space.
 #pragma once
 
 #include <kernel/notifier.h>
@@ -7,8 +7,8 @@
 namespace hosted
 {
 
-// Calls the blocks by priority. Returns the address space that they made free, in their own count.
-// Process context, may sleep.
+// Calls the blocks by priority. Returns how much address space they say they freed. Process
+// context, may sleep.
 unsigned long call_vmap_purge_chain();
 
 } // namespace hosted

@@ -3,8 +3,8 @@
 
 #include <utility>
 
+#include <hosted/engine/judge.h>
 #include <hosted/inode.h>
-#include <hosted/judge.h>
 #include <hosted/sched.h>
 
 namespace hosted
@@ -109,7 +109,7 @@ unsigned long invalidate_mapping_pages(address_space *mapping, unsigned long sta
 		mapping->count.store(pages.size(), std::memory_order_relaxed);
 	}
 	if (seen)
-		give_way();
+		resched();
 	return dropped;
 }
 

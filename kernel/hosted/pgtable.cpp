@@ -2,17 +2,19 @@
 #include <hosted/pgtable.h>
 
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
-#include <hosted/fault.h>
-#include <hosted/judge.h>
+#include <hosted/engine/address_range.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/log.h>
 #include <hosted/mm_struct.h>
 #include <hosted/pgtable_entry.h>
 #include <hosted/pgtable_judge.h>
 #include <hosted/physmem.h>
 #include <hosted/spinlock.h>
-#include <kernel/printk.h>
 
 bool arm64_use_ng_mappings;
 
@@ -24,31 +26,52 @@ namespace
 constinit mm_struct kernel_mm{};
 constinit lock_class_key page_table_lock_key{};
 
-// Counting a barrier is one: the addition orders all that comes before and after it.
 constinit std::atomic<unsigned long> barriers{0};
 constinit std::atomic<unsigned long> flushes{0};
 
 constinit std::atomic<bool> tracing{false};
 constinit std::atomic<bool> warned{false};
 
-struct notes {
+struct table_log {
 	std::mutex lock;
 	std::vector<table_event> events;
-	std::function<void()> other; // at the next page
 };
 
-notes &noted()
+table_log &the_log()
 {
-	static notes the_notes;
-	return the_notes;
+	static table_log instance;
+	return instance;
 }
 
-void note(const table_event &event)
+void log_event(const table_event &event)
 {
 	if (!tracing.load(std::memory_order_relaxed)) [[likely]]
 		return;
-	const std::lock_guard guard(noted().lock);
-	noted().events.push_back(event);
+	const std::lock_guard guard(the_log().lock);
+	the_log().events.push_back(event);
+}
+
+// Whether all that this CPU has stored to the tables is behind a barrier.
+thread_local constinit bool in_order = true;
+
+// A store by itself orders nothing: another CPU's walk may follow the entry to a table whose
+// contents it does not see yet. Only a barrier before the store puts the contents first.
+void store_weakly(u64 *entry, u64 value)
+{
+	// pairs with read_entry()
+	if (std::exchange(in_order, false))
+		__atomic_store_n(entry, value, __ATOMIC_RELEASE);
+	else
+		__atomic_store_n(entry, value, __ATOMIC_RELAXED);
+}
+
+void issue_barrier()
+{
+	if constexpr (judging)
+		judge_barrier();
+	in_order = true;
+	barriers.fetch_add(1, std::memory_order_relaxed);
+	log_event({table_event::kind::barrier});
 }
 
 void write_entry(int level, u64 *entry, u64 value, bool barrier)
@@ -56,15 +79,12 @@ void write_entry(int level, u64 *entry, u64 value, bool barrier)
 	if constexpr (judging)
 		judge_store(level, entry, value, kernel_mm.page_table_lock);
 	if (kind_of(level, value) == entry_kind::table)
-		if (const auto frame = frame_at(value & entry_address))
-			set_use(*frame, frame_use::table);
-	// with the walk's look at it
-	__atomic_store_n(entry, value, __ATOMIC_RELEASE);
-	note({table_event::kind::store, level, index_in_table(entry), value});
-	if (!barrier)
-		return;
-	barriers.fetch_add(1);
-	note({table_event::kind::barrier});
+		if (page *p = phys_to_page(value & entry_address))
+			p->use.store(page_use::table, std::memory_order_release);
+	store_weakly(entry, value);
+	log_event({table_event::kind::store, level, index_in_table(entry), value});
+	if (barrier)
+		issue_barrier();
 }
 
 mm_struct &checked(mm_struct *mm)
@@ -79,6 +99,15 @@ mm_struct &checked(mm_struct *mm)
 namespace hosted
 {
 
+u64 *make_table(int level)
+{
+	page *p = allocate_block(0, page_use::table);
+	if (!p)
+		judge_stop("page tables", "no memory for a table");
+	judge_new_table(*p, level);
+	return static_cast<u64 *>(std::memset(page_address(*p), 0, page_size));
+}
+
 mm_struct *init_mm()
 {
 	return &kernel_mm;
@@ -91,8 +120,8 @@ table_counts table_activity()
 
 table_trace::table_trace()
 {
-	const std::lock_guard guard(noted().lock);
-	noted().events.clear();
+	const std::lock_guard guard(the_log().lock);
+	the_log().events.clear();
 	tracing = true;
 }
 
@@ -103,28 +132,20 @@ table_trace::~table_trace()
 
 std::vector<table_event> table_trace::events() const
 {
-	const std::lock_guard guard(noted().lock);
-	return noted().events;
-}
-
-void at_next_table_page(std::function<void()> other)
-{
-	const std::lock_guard guard(noted().lock);
-	noted().other = std::move(other);
+	const std::lock_guard guard(the_log().lock);
+	return the_log().events;
 }
 
 void reset_page_tables()
 {
-	reset_physmem();
-	const std::size_t root = allocate_frame(frame_use::table).value();
-	judge_new_table(root, 1);
-	kernel_mm.pgd = frame_memory(root);
+	release_all(page_use::table);
+	release_all(page_use::allocated);
+	kernel_mm.pgd = make_table(1);
 	helper_raw_spin_lock_init(&kernel_mm.page_table_lock, "init_mm.page_table_lock",
 				  &page_table_lock_key);
 	barriers = flushes = 0;
 	warned = false;
 	arm64_use_ng_mappings = false;
-	at_next_table_page(nullptr);
 }
 
 } // namespace hosted
@@ -148,53 +169,20 @@ void helper_page_table_unlock(mm_struct *mm) NO_THREAD_SAFETY_ANALYSIS
 	spin_unlock(checked(mm).page_table_lock);
 }
 
-unsigned long helper_get_zeroed_page(gfp_t gfp)
-{
-	if (gfp & __GFP_DIRECT_RECLAIM)
-		might_sleep("__get_free_pages");
-	std::function<void()> other;
-	{
-		const std::lock_guard guard(noted().lock);
-		other = std::exchange(noted().other, nullptr);
-	}
-	if (other)
-		other();
-	if (should_fail("__get_free_pages"))
-		return 0;
-	const auto frame = allocate_frame(frame_use::allocated);
-	if (!frame)
-		return 0;
-	if constexpr (judging)
-		judge_new_table(*frame, 0);
-	return reinterpret_cast<unsigned long>(frame_memory(*frame));
-}
-
-void free_pages(unsigned long addr, unsigned int order)
-{
-	const auto frame = frame_at(reinterpret_cast<void *>(addr));
-	if (!frame || addr % 4096 != 0 || order != 0)
-		judge_stop("page allocator", "free of what is not a page");
-	if (use_of(*frame) == frame_use::free)
-		judge_stop("page allocator", "double free of a page");
-	if (use_of(*frame) == frame_use::table)
-		judge_stop("page allocator", "free of a page that is in the page tables");
-	release_frame(*frame);
-}
-
 void *helper_phys_to_virt(u64 phys)
 {
-	const auto frame = frame_at(phys);
-	if (!frame || use_of(*frame) == frame_use::free)
+	const page *p = phys_to_page(phys);
+	if (!has_owner(use_of(p)))
 		judge_stop("linear map", "no page in use is at that physical address");
-	return reinterpret_cast<unsigned char *>(frame_memory(*frame)) + phys % 4096;
+	return page_address(*p) + phys % page_size;
 }
 
 u64 helper_virt_to_phys(const void *addr)
 {
-	const auto frame = frame_at(addr);
-	if (!frame)
+	const page *p = virt_to_page(addr);
+	if (use_of(p) == page_use::absent)
 		judge_stop("linear map", "no memory is at that address");
-	return frame_phys(*frame) + reinterpret_cast<unsigned long>(addr) % 4096;
+	return page_to_phys(*p) + reinterpret_cast<unsigned long>(addr) % page_size;
 }
 
 void helper_set_pud(u64 *entry, u64 value)
@@ -213,14 +201,20 @@ void helper_set_pte(u64 *entry, u64 value)
 	const u64 old = READ_ONCE(*entry);
 
 	if ((old & 1) != 0 && (old & entry_contiguous) != 0 && !warned.exchange(true))
-		helper_warn("arch/arm64/include/asm/pgtable.h", 0);
+		warn("arch/arm64/include/asm/pgtable.h", 0);
 	write_entry(3, entry, value, (value & looked_at) == (1 | entry_user_no_exec));
+}
+
+void helper_dsb_ishst(void)
+{
+	issue_barrier();
 }
 
 void helper_flush_tlb_all(void)
 {
 	if constexpr (judging)
 		judge_flush(kernel_mm.page_table_lock);
+	in_order = true; // it begins with a barrier
 	flushes.fetch_add(1);
-	note({table_event::kind::flush});
+	log_event({table_event::kind::flush});
 }

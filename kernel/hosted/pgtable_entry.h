@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The entries of the kernel's page tables, as the hardware reads them.
+// Entries of the kernel's page tables, as the hardware reads them.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +40,7 @@ constexpr unsigned entry_index(u64 virt, int level)
 	return virt / entry_span(level) % table_entries;
 }
 
-// That of an entry itself, at wherever its table is.
+// The index of an entry, from its address.
 inline unsigned index_in_table(const u64 *entry)
 {
 	return reinterpret_cast<std::uintptr_t>(entry) / sizeof(u64) % table_entries;
@@ -51,7 +51,9 @@ inline u64 read_entry(const u64 *entry)
 	return __atomic_load_n(entry, __ATOMIC_ACQUIRE);
 }
 
-// The table that an entry leads to; stops the program where there is none.
+// An empty table of a level, in a page of its own.
+u64 *make_table(int level);
+// The table that an entry points to; stops the program if there is none.
 u64 *table_behind(u64 entry);
 
 } // namespace hosted

@@ -8,10 +8,10 @@ namespace hosted
 namespace
 {
 
-// A pin counts as so many references, so that the count tells of it.
+// A pin counts as this many references, so that the reference count reveals it.
 constexpr int pin_references = 1024;
 
-// What a function that takes a 32-bit argument finds above it in the register.
+// Garbage in the upper half of a register that holds a 32-bit argument.
 constexpr unsigned long stale_half = 0x5a5a'5a5aUL << 32;
 
 unsigned long argument(const page &page)
@@ -27,6 +27,7 @@ unsigned long argument(unsigned value)
 page &grab(page &page, int refs, unsigned flags)
 {
 	struct page &head = folio_head(page);
+	check_owned(head, "pin");
 	head.refcount.fetch_add(flags & FOLL_PIN ? refs * pin_references : refs,
 				std::memory_order_relaxed);
 	return head;

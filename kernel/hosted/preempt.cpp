@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <hosted/context.h>
+#include <hosted/engine/context.h>
 #include <kernel/preempt.h>
 
 int helper_preempt_count(void)

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <atomic>
 #include <fmt/format.h>
-#include <hosted/context.h>
-#include <hosted/log.h>
-#include <hosted/task.h>
+#include <hosted/console.h>
+#include <hosted/engine/context.h>
+#include <hosted/engine/log.h>
+#include <hosted/task_struct.h>
 #include <kernel/printk.h>
 
 using namespace hosted;
@@ -30,6 +31,15 @@ void clear_taint()
 	tainted.store(false, std::memory_order_relaxed);
 }
 
+void warn(const char *file, int line)
+{
+	write_to_console();
+	tainted.store(true, std::memory_order_relaxed);
+	const thread_context &ctx = self();
+	add_log_record({warning_level, fmt::format("WARNING: CPU: {} PID: {} at {}:{}\n", ctx.cpu,
+						   ctx.task->pid, file, line)});
+}
+
 } // namespace hosted
 
 int _printk(const char *fmt, ...)
@@ -44,14 +54,12 @@ int _printk(const char *fmt, ...)
 	std::string text = format(fmt, args);
 	va_end(args);
 	const int length = static_cast<int>(text.size());
+	write_to_console();
 	add_log_record({level, std::move(text)});
 	return length;
 }
 
-void helper_warn(const char *file, int line)
+void helper_warn_tarn_mapcount(void)
 {
-	tainted.store(true, std::memory_order_relaxed);
-	const thread_context &ctx = self();
-	add_log_record({warning_level, fmt::format("WARNING: CPU: {} PID: {} at {}:{}\n", ctx.cpu,
-						   ctx.task->pid, file, line)});
+	warn("drivers/mem_adapter/tarn_mapcount.cpp", 1);
 }

@@ -6,16 +6,16 @@
 #include <mutex>
 #include <utility>
 
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
 #include <hosted/mm_struct.h>
-#include <hosted/task.h>
+#include <hosted/task_struct.h>
 #include <kernel/rcupdate.h>
 
 namespace hosted
 {
 
-// Links, threads and exits are under the lock of the list, outside any task lock. One that has
-// exited keeps its way on, for those who stand on it.
+// Links, threads and exits are protected by the list's lock, which is outside any task lock. A
+// process that has exited keeps its link, for walkers that are still on it.
 struct process {
 	task_struct *leader;
 	std::atomic<process *> next;
@@ -36,7 +36,7 @@ process init_process{.leader = &init_task, .next = &init_process, .previous = &i
 
 struct process_list {
 	std::mutex lock;
-	// exited, but someone may still look at them
+	// exited, but someone may still access them
 	std::vector<std::unique_ptr<process>> dying{};
 };
 
@@ -78,8 +78,9 @@ void set_mm(task_struct &task, mm_struct *mm)
 	task.mm = mm;
 }
 
-// Frees who has exited, after a grace period; left to the next who may wait for one otherwise.
-void bury()
+// Frees exited processes after a grace period. If the caller may not wait, they are left for the
+// next caller that may.
+void free_exited_processes()
 {
 	std::vector<std::unique_ptr<process>> dead;
 
@@ -110,7 +111,7 @@ task_struct &add_process(std::string_view comm, int pid, const memory_use &use, 
 	p->next.store(&init_process, relaxed);
 	p->previous = last;
 	init_process.previous = p.get();
-	// release: who finds it finds it complete
+	// release: whoever finds it finds it complete
 	last->next.store(p.get(), std::memory_order_release);
 	return *p.release()->leader;
 }
@@ -179,7 +180,7 @@ void exit_process(task_struct &task)
 		p.previous->next.store(p.next.load(relaxed), std::memory_order_release);
 		processes().dying.emplace_back(&p);
 	}
-	bury();
+	free_exited_processes();
 }
 
 void let_victims_exit(bool exit)
@@ -197,7 +198,7 @@ void reset_processes()
 {
 	while (init_process.previous != &init_process)
 		exit_process(*init_process.previous->leader);
-	bury();
+	free_exited_processes();
 	let_victims_exit(false);
 	take_signals();
 }

@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <atomic>
-#include <hosted/judge.h>
+#include <hosted/engine/opaque.h>
 #include <kernel/jiffies.h>
 #include <kernel/printk.h>
 #include <kernel/ratelimit.h>
 #include <new>
-#include <type_traits>
 
 using namespace hosted;
 
 namespace
 {
 
-constexpr std::uint32_t ratelimit_magic = 0x72617465;
-
 struct rate_limit {
-	std::uint32_t magic = ratelimit_magic;
+	magic_number<0x72617465> magic{};
 	std::atomic<bool> locked{false};
 	int interval;
 	int burst;
@@ -23,13 +20,6 @@ struct rate_limit {
 	int missed = 0;
 	unsigned long begin = 0; // jiffies; 0 before the first call
 };
-static_assert(sizeof(rate_limit) <= sizeof(ratelimit_state));
-static_assert(std::is_trivially_destructible_v<rate_limit>);
-
-rate_limit &real(ratelimit_state *rs)
-{
-	return *reinterpret_cast<rate_limit *>(rs->storage);
-}
 
 void begin_interval(rate_limit &limit, unsigned long now, const char *func)
 {
@@ -49,12 +39,11 @@ void helper_ratelimit_state_init(struct ratelimit_state *rs, int interval, int b
 
 int ___ratelimit(struct ratelimit_state *rs, const char *func)
 {
-	rate_limit &limit = real(rs);
-	if (judging && limit.magic != ratelimit_magic)
-		judge_stop("___ratelimit", "the state was never initialised");
+	auto &limit = opaque_cast<rate_limit>(rs);
+	judge_initialised(limit, "___ratelimit", "the state was never initialised");
 	if (limit.interval == 0)
 		return 1;
-	// whoever finds the state busy does not wait: it may have interrupted the one inside
+	// do not wait if the state is busy: this caller may have interrupted its holder
 	if (limit.locked.exchange(true, std::memory_order_acquire))
 		return 0;
 	const unsigned long now = READ_ONCE(jiffies);

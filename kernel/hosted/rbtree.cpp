@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The kernel's tree layout (the colour is bit 0 of the parent word, black is 1) on the algorithms
-// of Boost.Intrusive. Those want a header node above the root, which the kernel has not: each call
-// puts a temporary one there.
+// Implements the kernel's tree layout (the colour is bit 0 of the parent word; 1 is black) with the
+// algorithms of Boost.Intrusive. Those need a header node above the root, which the kernel does not
+// have, so each call adds a temporary one.
 #include <kernel/rbtree.h>
 
 #include <boost/intrusive/rbtree_algorithms.hpp>
@@ -59,7 +59,7 @@ struct layout {
 
 using algorithms = boost::intrusive::rbtree_algorithms<layout>;
 
-// Stands above the root for the length of one operation.
+// The header node above the root during one operation.
 class header
 {
 public:

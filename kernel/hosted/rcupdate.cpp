@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Grace periods by epochs: a reader publishes the epoch in which it began, a grace period opens a
-// new epoch and waits until no reader of an older one is left.
-#include <hosted/judge.h>
+// Grace periods are based on epochs: a reader publishes the epoch in which it began; a grace period
+// starts a new epoch and waits until no reader of an older one is left.
+#include <hosted/engine/judge.h>
 #include <hosted/rcupdate.h>
 #include <kernel/rcupdate.h>
 #include <mutex>
@@ -26,9 +26,9 @@ reader_list &all_readers()
 	return the_list;
 }
 
-// Keeps a reader's announcement before what it reads, and an update before the look at readers. A
-// fence of the language would be clearer, but the thread sanitizer refuses it; the sanitizer needs
-// none, the epochs themselves carry the order that it checks.
+// Orders a reader's announcement before its reads, and an update before the check for readers. A
+// std::atomic_thread_fence would be clearer, but the thread sanitizer does not support it. The
+// sanitizer needs no fence: the epochs carry the order that it checks.
 void full_barrier()
 {
 	__sync_synchronize();
@@ -70,7 +70,7 @@ void helper_rcu_read_lock(void)
 	if (ctx.rcu_depth++ != 0)
 		return;
 	const std::uint64_t epoch = current_epoch.load(std::memory_order_acquire);
-	// release: the end of the section before this one must stay visible through this value
+	// release: this value must also publish the end of the previous section
 	ctx.rcu_epoch.store(epoch, std::memory_order_release);
 	full_barrier();
 }

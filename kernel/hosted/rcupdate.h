@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
-#include <hosted/context.h>
+#include <hosted/engine/context.h>
 
 namespace hosted
 {
 
-// The threads that a grace period asks. A thread is removed outside of read sections.
+// Adds or removes a thread that grace periods check. Remove it outside read sections.
 void add_rcu_reader(const thread_context &ctx);
 void remove_rcu_reader(const thread_context &ctx);
 

@@ -2,12 +2,10 @@
 #include <hosted/reclaim.h>
 
 #include <mutex>
-#include <new>
-#include <type_traits>
 #include <utility>
 
-#include <hosted/judge.h>
-#include <hosted/task.h>
+#include <hosted/engine/opaque.h>
+#include <hosted/task_struct.h>
 #include <kernel/process.h>
 
 namespace hosted
@@ -20,8 +18,6 @@ struct context_fields {
 	int migratetype;
 	int highest_zone;
 };
-static_assert(sizeof(context_fields) <= sizeof(alloc_context));
-static_assert(std::is_trivially_destructible_v<context_fields>);
 
 struct call_log {
 	std::mutex lock;
@@ -69,7 +65,7 @@ void drop_slab()
 void try_to_compact_pages(gfp_t gfp, unsigned order, unsigned alloc_flags,
 			  const alloc_context *context, int priority, page **captured)
 {
-	const auto &fields = reinterpret_cast<const context_fields &>(context->storage);
+	const auto fields = load_opaque<context_fields>(context);
 
 	might_sleep("try_to_compact_pages");
 	check_zones(fields.zones, "try_to_compact_pages");
@@ -119,8 +115,9 @@ using namespace hosted;
 void helper_alloc_context_init(alloc_context *context, zonelist *zones, int migratetype,
 			       int highest_zone)
 {
-	new (context->storage) context_fields{
-		.zones = zones, .migratetype = migratetype, .highest_zone = highest_zone};
+	store_opaque(context, context_fields{.zones = zones,
+					     .migratetype = migratetype,
+					     .highest_zone = highest_zone});
 }
 
 unsigned long helper_try_to_free_pages(void *symbol, zonelist *zones, int order, gfp_t gfp)

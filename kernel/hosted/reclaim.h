@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Reclaim and compaction: what was asked of them, and what they answer. Thread safe.
+// Reclaim and compaction: records the calls and returns what a test sets. Thread safe.
 #pragma once
 
 #include <vector>
@@ -33,15 +33,15 @@ void drop_slab();
 void try_to_compact_pages(gfp_t gfp, unsigned order, unsigned alloc_flags,
 			  const alloc_context *context, int priority, page **captured);
 
-// What the next calls return.
+// Sets what the next calls return.
 void set_reclaimed(unsigned long pages);
 
-// The calls since the last look, in order.
+// Remove and return the calls since the last call, in order.
 std::vector<reclaim_call> take_reclaims();
 std::vector<compact_call> take_compactions();
 unsigned take_slab_drops();
 
-// No calls, nothing reclaimed.
+// Clears the recorded calls and sets the results to zero.
 void reset_reclaim();
 
 } // namespace hosted

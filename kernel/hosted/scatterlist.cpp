@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 
 namespace
 {
@@ -73,19 +73,4 @@ page *helper_sg_page(const scatterlist *entry)
 unsigned int helper_sg_length(const scatterlist *entry)
 {
 	return entry->length;
-}
-
-page *helper_page_behind(page *page, unsigned long n)
-{
-	return page + n;
-}
-
-void helper_page_set_flag(page *page, unsigned int bit)
-{
-	page->flags.fetch_or(1UL << bit, std::memory_order_relaxed);
-}
-
-void helper_page_clear_flag(page *page, unsigned int bit)
-{
-	page->flags.fetch_and(~(1UL << bit), std::memory_order_relaxed);
 }

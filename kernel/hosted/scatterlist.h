@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Scatter tables: entries in chunks, each but the last chained to the next.
+// Scatter tables: entries in chunks, each chained to the next except for the last.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <hosted/mm.h>
 #include <kernel/scatterlist.h>
 
-// As the kernel lays it out: the low bits of link tell a chain (1) and the last entry (2).
+// The kernel's layout: the low bits of link mark a chain (1) and the last entry (2).
 struct scatterlist {
 	unsigned long link;
 	unsigned int offset;
@@ -33,11 +33,11 @@ struct segment {
 	unsigned int offset = 0;
 };
 
-// A table of its own memory.
+// A table with its entries. The pages are the caller's.
 class scatter_table
 {
 public:
-	// chunk: segments in a row before the chain leads elsewhere.
+	// chunk: entries in a row, before a chain to the next ones.
 	explicit scatter_table(const std::vector<segment> &segments, std::size_t chunk = 128);
 
 	[[nodiscard]] sg_table *get()

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 #include <hosted/sched.h>
 #include <string>
 
@@ -29,23 +29,23 @@ task_struct &existing_thread(std::string_view comm)
 
 scheduler &the_scheduler()
 {
-	// never destroyed: threads may outlive main
+	// never destroyed, since threads may outlive main
 	static scheduler &one = *new scheduler;
 	return one;
 }
 
-void leave_processor(task_struct &task)
+void dequeue(task_struct &task)
 {
 	if (!task.thread || !task.thread->runnable)
 		return;
 	scheduler &s = the_scheduler();
 	task.thread->runnable = false;
-	// release: who sees that all is quiet sees what the threads did before
+	// release: whoever sees that all is quiet also sees what the threads did before
 	if (s.runnable.fetch_sub(1, std::memory_order_release) == 1)
 		s.quiet.notify_all();
 }
 
-void give_turn(task_struct &task)
+void make_runnable(task_struct &task)
 {
 	if (!may_run(task))
 		return;
@@ -59,7 +59,7 @@ void give_turn(task_struct &task)
 void wait_for_turn(task_struct &task, std::unique_lock<std::mutex> &lock)
 {
 	while (!may_run(task)) {
-		leave_processor(task);
+		dequeue(task);
 		task.woken.wait(lock);
 	}
 }
@@ -79,7 +79,7 @@ bool wake_task(task_struct &task, unsigned states)
 	if ((static_cast<unsigned>(task.state.load(std::memory_order_relaxed)) & states) == 0)
 		return false;
 	task.state.store(task_running, std::memory_order_relaxed);
-	give_turn(task);
+	make_runnable(task);
 	return true;
 }
 
@@ -89,7 +89,7 @@ void set_current_state(int state)
 	self().task->state.store(state, std::memory_order_relaxed);
 }
 
-void give_way()
+void resched()
 {
 	if (self().task->need_resched.exchange(false, std::memory_order_relaxed))
 		std::this_thread::yield();
@@ -115,7 +115,7 @@ void let_go_thread(std::string_view comm)
 	const std::lock_guard guard(the_scheduler().lock);
 	task_struct &task = existing_thread(comm);
 	task.thread->held = false;
-	give_turn(task);
+	make_runnable(task);
 }
 
 } // namespace hosted

@@ -3,7 +3,7 @@
 
 #include <cstdarg>
 
-#include <hosted/log.h>
+#include <hosted/engine/log.h>
 
 void seq_putc(seq_file *m, char c)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// A listing under construction. One thread at a time.
+// A listing that is being written. Use on one thread at a time.
 #pragma once
 
 #include <string>

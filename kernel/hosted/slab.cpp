@@ -1,20 +1,23 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Objects: allocation, free and what a cache's slabs hold. The caches are in slab_caches.cpp.
+// Slab objects: allocation and free, and the slabs that hold them. Caches are in slab_caches.cpp.
 #include <hosted/slab.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
+#include <span>
 
 #include <fmt/format.h>
 
-#include <hosted/callstack.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/poison.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/log.h>
+#include <hosted/engine/poison.h>
+#include <hosted/physmem.h>
 #include <hosted/slab_cache.h>
-#include <hosted/slab_pages.h>
+#include <hosted/task_struct.h>
 #include <hosted/vendor_hooks.h>
 
 namespace hosted
@@ -30,14 +33,24 @@ struct position {
 	unsigned index;
 };
 
-// Under the cache's lock, as grow and shrink.
+// The slab on an address, or null. Lock-free.
+slab *slab_at(const void *address)
+{
+	const page *p = virt_to_page(address);
+	return p ? p->slab.load(std::memory_order_acquire) : nullptr;
+}
+
+// Under the cache's lock, like shrink and take.
 bool grow(kmem_cache &cache)
 {
+	page *first = allocate_block(cache.order, page_use::slab);
+	if (!first)
+		return false;
 	auto fresh = std::make_unique<slab>();
 	fresh->cache = &cache;
-	fresh->pages = allocate_pages(cache.order, fresh.get());
-	if (!fresh->pages)
-		return false;
+	fresh->pages = page_address(*first);
+	for (page &p : std::span(first, std::size_t{1} << cache.order))
+		p.slab.store(fresh.get(), std::memory_order_release);
 	fresh->link.resize(cache.objects_per_slab);
 	for (unsigned i = 0; i < cache.objects_per_slab; i++)
 		fresh->link[i] = static_cast<std::uint16_t>(i + 1);
@@ -54,7 +67,7 @@ void shrink(kmem_cache &cache, slab &s)
 {
 	cache.slabs--;
 	__atomic_fetch_sub(&cache.pages_stat.counter, 1L << cache.order, __ATOMIC_RELAXED);
-	free_pages(s.pages, cache.order);
+	release_block(*virt_to_page(s.pages), cache.order);
 	delete &s;
 }
 
@@ -125,14 +138,15 @@ void put(kmem_cache &cache, position at)
 
 } // namespace
 
-void *allocate_quietly(kmem_cache &cache, gfp_t gfp)
+void *allocate_untraced(kmem_cache &cache, gfp_t gfp)
 {
 	if constexpr (judging)
 		if (gfp & __GFP_DIRECT_RECLAIM)
 			might_sleep("kmem_cache_alloc");
-	if (should_fail("kmem_cache_alloc"))
-		return nullptr;
-	unsigned char *object = take(cache);
+	unsigned char *object = should_fail("kmem_cache_alloc") ? nullptr : take(cache);
+	if (!object && !(gfp & __GFP_NOWARN))
+		add_log_record({4, fmt::format("{}: page allocation failure: order:0, mode:{:#x}\n",
+					       self().task->comm, gfp)});
 	if (object && (gfp & __GFP_ZERO))
 		std::memset(object, 0, cache.size);
 	return object;
@@ -145,7 +159,7 @@ void release_quietly(kmem_cache &cache, void *object)
 
 void *allocate(kmem_cache &cache, gfp_t gfp)
 {
-	void *object = allocate_quietly(cache, gfp);
+	void *object = allocate_untraced(cache, gfp);
 	if (in_use(__tracepoint_android_vh_slab_alloc_node)) [[unlikely]] {
 		static const std::array frames{
 			symbol_address("__kmem_cache_alloc_node", 0x1c0, 0x340),
@@ -161,7 +175,7 @@ void *allocate(kmem_cache &cache, gfp_t gfp)
 void release(kmem_cache &cache, void *object)
 {
 	const position at = locate(cache, object);
-	// before the object can be anyone else's
+	// while nobody else can get the object
 	if (in_use(__tracepoint_android_vh_slab_free)) [[unlikely]] {
 		static const std::array frames{
 			symbol_address("__cache_free", 0x50, 0x120),

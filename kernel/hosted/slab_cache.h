@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The inside of a slab cache.
+// The insides of a slab cache.
 #pragma once
 
 #include <atomic>
@@ -17,10 +17,11 @@
 namespace hosted
 {
 
-// A block of pages cut into objects. Guarded by its cache's lock, but for what never changes.
+// A block of pages divided into objects. Guarded by its cache's lock, except for what never
+// changes.
 struct slab : boost::intrusive::list_base_hook<> {
 	static constexpr std::uint16_t end = 0xfffe;	// of the free list
-	static constexpr std::uint16_t in_use = 0xffff; // what an allocated object's link says
+	static constexpr std::uint16_t in_use = 0xffff; // the link of an allocated object
 
 	kmem_cache *cache;
 	unsigned char *pages;
@@ -31,7 +32,7 @@ struct slab : boost::intrusive::list_base_hook<> {
 
 using slab_list = boost::intrusive::list<slab>;
 
-// How a list entry finds its cache; the list's head has none.
+// Leads from a list entry to its cache; null in the list's head.
 struct cache_entry {
 	list_head list;
 	kmem_cache *cache;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The caches: their list, their making and their end.
+// Slab caches: their list, creation and destruction.
 #include <hosted/slab.h>
 
 #include <algorithm>
@@ -9,14 +9,14 @@
 
 #include <fmt/format.h>
 
-#include <hosted/address_range.h>
-#include <hosted/context.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
+#include <hosted/engine/address_range.h>
+#include <hosted/engine/context.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
 #include <hosted/kmalloc.h>
-#include <hosted/leftovers.h>
+#include <hosted/physmem.h>
 #include <hosted/slab_cache.h>
-#include <hosted/slab_pages.h>
 #include <kernel/vmstat.h>
 
 namespace hosted
@@ -24,7 +24,7 @@ namespace hosted
 namespace
 {
 
-// The item beside KERNEL_NR_SLAB_UNRECLAIMABLE_B.
+// The item next to KERNEL_NR_SLAB_UNRECLAIMABLE_B.
 constexpr int nr_slab_reclaimable_b = 5;
 
 constexpr unsigned max_object_size = page_size << max_page_order;
@@ -74,7 +74,7 @@ unsigned slots(unsigned order, unsigned size)
 	return (page_size << order) / size;
 }
 
-// The smallest order that wastes little, where "little" is relaxed until one is found.
+// The smallest order that wastes little; the limit is relaxed until an order is found.
 unsigned choose_order(unsigned size)
 {
 	constexpr unsigned usual_max_order = 3;

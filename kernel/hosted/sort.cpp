@@ -3,7 +3,8 @@
 
 #include <algorithm>
 
-// Heap sort as in the kernel: no memory of its own and no bad case, for elements of any size.
+// Heap sort, as in the kernel: it needs no memory, has no bad case and works for elements of any
+// size.
 void sort(void *base, size_t num, size_t size, int (*cmp)(const void *a, const void *b),
 	  void (*swap_func)(void *a, void *b, int size))
 {

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <algorithm>
-#include <hosted/irqs_off.h>
-#include <hosted/lockdep.h>
+#include <hosted/engine/irqs_off.h>
+#include <hosted/engine/lockdep.h>
+#include <hosted/engine/opaque.h>
+#include <hosted/irq_work.h>
 #include <hosted/spinlock.h>
 #include <new>
 #include <thread>
-#include <type_traits>
 
 using namespace hosted;
 
@@ -14,23 +15,20 @@ namespace
 
 constinit thread_local irqs_off_timer *timer = nullptr;
 
-constexpr std::uint32_t spinlock_magic = 0xdead4ead;
-// Past this many looks the owner has probably lost its host CPU.
+// After this many attempts the owner has probably been preempted by the host.
 constexpr unsigned looks_before_yield = 100;
 
 struct spinlock {
-	std::uint32_t magic = spinlock_magic;
+	magic_number<0xdead4ead> magic{};
 	unsigned lock_class;
 	std::atomic<bool> locked{false};
-	// compared with the caller's own context only, so a stale value does no harm
+	// only compared with the caller's own context, so a stale value is harmless
 	std::atomic<const thread_context *> owner{nullptr};
 };
-static_assert(sizeof(spinlock) <= sizeof(raw_spinlock_t));
-static_assert(std::is_trivially_destructible_v<spinlock>);
 
 spinlock &real(raw_spinlock_t *lock)
 {
-	return *reinterpret_cast<spinlock *>(lock->storage);
+	return opaque_cast<spinlock>(lock);
 }
 
 inline void pause()
@@ -55,8 +53,7 @@ void wait_until_free(const spinlock &lock)
 inline void check_before_taking(const thread_context &ctx, const spinlock &spin)
 {
 	if constexpr (judging) {
-		if (spin.magic != spinlock_magic) [[unlikely]]
-			judge_stop("spinlock", "the lock was never initialised");
+		judge_initialised(spin, "spinlock", "the lock was never initialised");
 		if (spin.owner.load(std::memory_order_relaxed) == &ctx) [[unlikely]]
 			judge_stop("spinlock taken twice", lock_class_name(spin.lock_class));
 		check_lock_order(ctx, spin.lock_class);
@@ -81,8 +78,7 @@ inline void release(thread_context &ctx, raw_spinlock_t *lock)
 	spinlock &spin = real(lock);
 
 	if constexpr (judging) {
-		if (spin.magic != spinlock_magic) [[unlikely]]
-			judge_stop("spinlock", "the lock was never initialised");
+		judge_initialised(spin, "spinlock", "the lock was never initialised");
 		if (spin.owner.load(std::memory_order_relaxed) != &ctx) [[unlikely]]
 			judge_stop("spinlock released by a thread that does not hold it",
 				   lock_class_name(spin.lock_class));
@@ -113,7 +109,7 @@ void spin_unlock(raw_spinlock_t &lock) NO_THREAD_SAFETY_ANALYSIS
 
 bool holds(const raw_spinlock_t &lock)
 {
-	const auto &spin = reinterpret_cast<const spinlock &>(lock.storage);
+	const auto &spin = opaque_cast<spinlock>(&lock);
 
 	return spin.owner.load(std::memory_order_relaxed) == &self();
 }
@@ -142,7 +138,7 @@ void irqs_off_timer::end()
 
 void helper_raw_spin_lock_init(raw_spinlock_t *lock, const char *name, struct lock_class_key *key)
 {
-	if (judging && real(lock).magic == spinlock_magic && real(lock).locked)
+	if (judging && real(lock).magic.intact() && real(lock).locked)
 		judge_stop("spinlock initialised while held", name);
 	new (lock->storage) spinlock{.lock_class = lock_class(name, key)};
 }
@@ -169,4 +165,5 @@ void _raw_spin_unlock_irqrestore(raw_spinlock_t *lock,
 	ctx.irqs_off = flags != 0;
 	if (timer && !flags) [[unlikely]]
 		timer->end();
+	interrupts_on(ctx);
 }

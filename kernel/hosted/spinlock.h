@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Spinlocks as the kernel's own code takes them where interrupts may stay as they are.
+// Spinlocks as the kernel's own code takes them when interrupts may stay as they are.
 #pragma once
 
 #include <kernel/spinlock.h>
@@ -7,13 +7,14 @@
 namespace hosted
 {
 
-// Preemption is off in between. Context: process, or any that nothing else taking it interrupts.
+// Preemption is off while the lock is held. Context: process, or any that no other user of the lock
+// can interrupt.
 void spin_lock(raw_spinlock_t &lock) ACQUIRE(lock);
 void spin_unlock(raw_spinlock_t &lock) RELEASE(lock);
-// Whether this thread holds it. For a build that judges only.
+// Whether this thread holds the lock. Only for a build with the judge.
 bool holds(const raw_spinlock_t &lock);
 
-// Holds a spinlock for the length of a scope.
+// Holds a spinlock for a scope.
 class [[nodiscard]] SCOPED_CAPABILITY spin_guard
 {
 public:

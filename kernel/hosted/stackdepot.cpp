@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The depot only grows. Readers take no lock: a record is complete before it can be reached, by its
-// bucket or by its handle, and never changes afterwards.
+// The depot only grows. Readers take no lock: a record is complete before it can be reached through
+// its bucket or its handle, and never changes afterwards.
 #include <kernel/stackdepot.h>
 
 #include <algorithm>
@@ -12,10 +12,9 @@
 #include <span>
 #include <vector>
 
-#include <hosted/context.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/poison.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/poison.h>
 #include <hosted/stackdepot.h>
 #include <kernel/err.h>
 
@@ -24,7 +23,8 @@ namespace hosted
 namespace
 {
 
-// The entries lie right behind their record, so that a look at a known stack misses the cache once.
+// The entries follow their record directly, so that a look-up of a known stack misses the cache
+// once.
 struct record {
 	const record *next; // in the bucket
 	std::uint64_t hash;
@@ -39,7 +39,7 @@ struct record {
 static_assert(alignof(record) % alignof(unsigned long) == 0);
 
 #ifdef HOSTED_ASAN
-// A record an allocation, so that a read past its entries is found.
+// One allocation for each record, so that the sanitizer finds a read past its entries.
 constexpr std::size_t pool_bytes = 0;
 #else
 constexpr std::size_t pool_bytes = std::size_t{64} << 10;
@@ -56,13 +56,13 @@ constinit std::array<std::atomic<chunk *>, max_chunks> chunks{}; // records by t
 constinit std::mutex growth;
 constinit std::atomic<bool> ready = false;
 constinit std::uint32_t count = 0;     // under growth
-constinit std::span<std::byte> pool{}; // what is left of the newest one; under growth
+constinit std::span<std::byte> pool{}; // the unused rest of the newest pool; under growth
 
 // Odd, so that it has an inverse modulo 2^32: distinct numbers get distinct handles that do not
-// look like numbers, and 0 is the handle of no number from 1.
+// look like numbers, and no number from 1 on gets the handle 0.
 constexpr std::uint32_t scramble = 0x9e3779b1;
 
-// Each round of Newton's iteration doubles the bits that are right, starting with 3.
+// Each round of Newton's iteration doubles the number of correct bits, starting with 3.
 constexpr std::uint32_t inverse(std::uint32_t odd)
 {
 	std::uint32_t x = odd;
@@ -73,7 +73,7 @@ constexpr std::uint32_t inverse(std::uint32_t odd)
 constexpr std::uint32_t unscramble = inverse(scramble);
 static_assert(scramble * unscramble == 1);
 
-// The products do not wait for each other, which a hash that goes through them in turn would.
+// The products are independent of each other, so that the processor computes them in parallel.
 std::uint64_t hash_of(std::span<const unsigned long> entries)
 {
 	constexpr std::uint64_t odd = 0x9e3779b97f4a7c15;
@@ -100,7 +100,7 @@ depot_stack_handle_t find(std::uint64_t hash, std::span<const unsigned long> ent
 	return 0;
 }
 
-// Memory for a record and its entries. Under growth.
+// Reserves memory for a record and its entries. Called with growth held.
 void *reserve(std::size_t bytes)
 {
 	if (pool.size() < bytes) {
@@ -145,6 +145,7 @@ record *lookup(depot_stack_handle_t handle)
 }
 
 } // namespace
+
 void reset_stackdepot()
 {
 	ready.store(false, std::memory_order_relaxed);
@@ -153,16 +154,6 @@ void reset_stackdepot()
 } // namespace hosted
 
 using namespace hosted;
-
-unsigned int stack_trace_save(unsigned long *store, unsigned int size, unsigned int skipnr)
-{
-	const std::vector<unsigned long> &stack = self().stack;
-	if (skipnr >= stack.size())
-		return 0;
-	const auto saved = std::min<std::size_t>(size, stack.size() - skipnr);
-	std::copy_n(stack.rbegin() + skipnr, saved, store);
-	return static_cast<unsigned>(saved);
-}
 
 int stack_depot_init(void)
 {

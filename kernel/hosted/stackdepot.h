@@ -4,7 +4,7 @@
 namespace hosted
 {
 
-// A machine boots with a depot that nobody has set up. What it holds stays, as handles do.
+// The depot must be set up again. Its stacks stay, so that handles remain valid.
 void reset_stackdepot();
 
 } // namespace hosted

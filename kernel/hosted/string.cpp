@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <algorithm>
-#include <hosted/log.h>
+#include <hosted/engine/log.h>
 #include <kernel/string.h>
 
 int scnprintf(char *buf, size_t size, const char *fmt, ...)

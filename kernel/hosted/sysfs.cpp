@@ -11,10 +11,11 @@
 #include <memory>
 #include <vector>
 
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/log.h>
+#include <hosted/engine/opaque.h>
 #include <hosted/file_tree.h>
-#include <hosted/judge.h>
-#include <hosted/log.h>
 
 namespace hosted
 {
@@ -23,7 +24,7 @@ namespace
 
 constexpr std::size_t page_size = 1u << KERNEL_PAGE_SHIFT;
 
-// What the interface's sized storage holds; zeroed storage has no name.
+// The real contents of the interface's sized storage; zeroed storage has no name.
 struct attribute {
 	const char *name;
 	umode_t mode;
@@ -34,13 +35,10 @@ struct group {
 	size_t count;
 	std::array<kobj_attribute *, KERNEL_GROUP_ATTRIBUTES> attributes;
 };
-static_assert(sizeof(attribute) <= sizeof(kobj_attribute));
-static_assert(sizeof(group) <= sizeof(attribute_group));
 
 attribute attribute_of(const kobj_attribute *storage)
 {
-	attribute attr;
-	std::memcpy(&attr, storage->storage, sizeof(attr));
+	const auto attr = load_opaque<attribute>(storage);
 	if (!attr.name)
 		judge_stop("sysfs", "use of an attribute that was never initialised");
 	return attr;
@@ -76,7 +74,7 @@ int read_file(std::string_view path, std::string &text)
 	if (length < 0)
 		return static_cast<int>(length);
 	if (static_cast<std::size_t>(length) >= page_size)
-		judge_stop("sysfs", "a show handler returns more than it may have written");
+		judge_stop("sysfs", "a show handler returned more than fits on the page");
 	text.assign(page.get(), static_cast<std::size_t>(length));
 	return 0;
 }
@@ -104,7 +102,7 @@ kobject *make_dir(std::string_view path)
 		const std::string_view name = next_component(path);
 		kobject *child = sysfs.child(dir, name);
 		kobject *next = child ? child : sysfs.add_dir(name, dir, false);
-		// From here on the child alone keeps a directory that was made on the way.
+		// From here on only the child keeps a directory that was created on the way.
 		if (made)
 			sysfs.put(dir);
 		made = !child;
@@ -157,8 +155,7 @@ int sysfs_create_group(struct kobject *kobj, const struct attribute_group *grp)
 	hosted::might_sleep("sysfs_create_group");
 	if (hosted::should_fail("sysfs_create_group"))
 		return -ENOMEM;
-	hosted::group group;
-	std::memcpy(&group, grp->storage, sizeof(group));
+	const auto group = hosted::load_opaque<hosted::group>(grp);
 	std::vector<std::pair<std::string, hosted::sysfs_file>> files;
 	for (size_t i = 0; i < group.count; ++i) {
 		kobj_attribute *attr = group.attributes[i];
@@ -170,7 +167,8 @@ int sysfs_create_group(struct kobject *kobj, const struct attribute_group *grp)
 int sysfs_emit(char *buf, const char *fmt, ...)
 {
 	if (!buf || reinterpret_cast<std::uintptr_t>(buf) % hosted::page_size != 0)
-		hosted::judge_stop("sysfs", "sysfs_emit into something else than a handler's page");
+		hosted::judge_stop("sysfs",
+				   "sysfs_emit to something other than the handler's page");
 	va_list args;
 	va_start(args, fmt);
 	const std::string text = hosted::format(fmt, args);
@@ -187,8 +185,7 @@ void helper_kobj_attribute_init(struct kobj_attribute *attr, const char *name, u
 				long (*store)(struct kobject *kobj, struct kobj_attribute *attr,
 					      const char *buf, size_t count))
 {
-	const hosted::attribute real{name, mode, show, store};
-	std::memcpy(attr->storage, &real, sizeof(real));
+	hosted::store_opaque(attr, hosted::attribute{name, mode, show, store});
 }
 
 void helper_attribute_group_init(struct attribute_group *grp, struct kobj_attribute *const *attrs,
@@ -196,7 +193,7 @@ void helper_attribute_group_init(struct attribute_group *grp, struct kobj_attrib
 {
 	hosted::group real{count, {}};
 	if (count > real.attributes.size())
-		hosted::judge_stop("sysfs", "a group of more attributes than it has room for");
+		hosted::judge_stop("sysfs", "a group has too many attributes");
 	std::copy_n(attrs, count, real.attributes.begin());
-	std::memcpy(grp->storage, &real, sizeof(real));
+	hosted::store_opaque(grp, real);
 }

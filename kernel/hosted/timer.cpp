@@ -2,14 +2,14 @@
 #include <algorithm>
 #include <condition_variable>
 #include <fmt/format.h>
-#include <hosted/clock.h>
-#include <hosted/leftovers.h>
-#include <hosted/lockdep.h>
+#include <hosted/engine/clock.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/lockdep.h>
+#include <hosted/engine/opaque.h>
 #include <kernel/jiffies.h>
 #include <kernel/timer.h>
 #include <mutex>
 #include <new>
-#include <type_traits>
 #include <vector>
 
 using namespace hosted;
@@ -17,20 +17,16 @@ using namespace hosted;
 namespace
 {
 
-constexpr std::uint32_t timer_magic = 0x74696d72;
-
 struct timer {
-	std::uint32_t magic = timer_magic;
+	magic_number<0x74696d72> magic{};
 	unsigned lock_class;
 	void (*function)(timer_list *timer);
 	unsigned long due = 0; // jiffies
 };
-static_assert(sizeof(timer) <= sizeof(timer_list));
-static_assert(std::is_trivially_destructible_v<timer>);
 
 timer &real(timer_list *storage)
 {
-	return *reinterpret_cast<timer *>(storage->storage);
+	return opaque_cast<timer>(storage);
 }
 
 bool before(unsigned long a, unsigned long b)
@@ -44,7 +40,7 @@ struct timer_base {
 	std::vector<timer_list *> armed; // in the order of arming
 	timer_list *running = nullptr;
 	const thread_context *runner = nullptr;
-	std::mutex advancing; // one mover of time at once; taken before lock
+	std::mutex advancing; // one thread advances time at a time; taken before lock
 };
 
 timer_base &base()
@@ -58,13 +54,13 @@ void set_jiffies(unsigned long value)
 	__atomic_store_n(&jiffies, value, __ATOMIC_RELAXED);
 }
 
-void judge_initialised(timer_list *timer, const char *call)
+void judge_timer(timer_list *timer, const char *call)
 {
-	if (judging && real(timer).magic != timer_magic)
-		judge_stop(call, "the timer was never initialised");
+	judge_initialised(real(timer), call, "the timer was never initialised");
 }
 
-// Moves the clock to the next timer that is due until target and takes it; null if there is none.
+// Advances the clock to the next timer due by target and removes that timer from the list; null if
+// there is none.
 timer_list *take_due(unsigned long target)
 {
 	timer_base &b = base();
@@ -81,7 +77,7 @@ timer_list *take_due(unsigned long target)
 
 void run_callback(timer_list *timer)
 {
-	// the callback may end the timer's life: nothing of it is read afterwards
+	// the callback may free the timer, so nothing of it is read afterwards
 	const unsigned lock_class = real(timer).lock_class;
 	void (*const function)(timer_list *) = real(timer).function;
 	const context_scope softirq(context_kind::softirq, self().cpu);
@@ -102,7 +98,7 @@ std::vector<std::string> pending_timers()
 		lines.push_back(
 			fmt::format("timer {}, armed", lock_class_name(real(timer).lock_class)));
 	if (b.running != nullptr)
-		lines.emplace_back("timer whose callback runs");
+		lines.emplace_back("timer, callback running");
 	return lines;
 }
 
@@ -154,7 +150,7 @@ void init_timer_key(struct timer_list *timer, void (*func)(struct timer_list *ti
 
 int mod_timer(struct timer_list *timer, unsigned long expires)
 {
-	judge_initialised(timer, "mod_timer");
+	judge_timer(timer, "mod_timer");
 	timer_base &b = base();
 	const std::lock_guard guard(b.lock);
 	const bool pending = std::erase(b.armed, timer) != 0;
@@ -167,14 +163,15 @@ int mod_timer(struct timer_list *timer, unsigned long expires)
 
 int timer_delete_sync(struct timer_list *timer)
 {
-	judge_initialised(timer, "timer_delete_sync");
+	judge_timer(timer, "timer_delete_sync");
 	timer_base &b = base();
 	thread_context &ctx = self();
 	if (judging && (ctx.preempt_count & (hardirq_mask | nmi_mask)) != 0)
-		judge_stop("timer_delete_sync", "it may interrupt the callback that it waits for");
+		judge_stop("timer_delete_sync",
+			   "the caller may interrupt the callback that it waits for");
 	std::unique_lock lock(b.lock);
 	if (judging && b.running == timer && b.runner == &ctx)
-		judge_stop("timer_delete_sync", "a timer's callback waits for its own end");
+		judge_stop("timer_delete_sync", "a timer's callback waits for itself to end");
 	check_lock_order(ctx, real(timer).lock_class);
 	b.callback_done.wait(lock, [&] { return b.running != timer; });
 	return std::erase(b.armed, timer) != 0 ? 1 : 0;

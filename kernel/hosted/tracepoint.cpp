@@ -9,8 +9,8 @@
 
 #include <fmt/format.h>
 
-#include <hosted/fault.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/leftovers.h>
 #include <kernel/err.h>
 
 namespace hosted
@@ -23,7 +23,7 @@ using list_ptr = std::unique_ptr<const probe_list>;
 struct registry {
 	std::mutex lock;
 	std::set<tracepoint *> in_use;
-	// Replaced lists; firings that began before the replacement may still walk them.
+	// Replaced lists, which earlier firings may still be walking.
 	std::vector<list_ptr> retired;
 };
 
@@ -70,7 +70,7 @@ std::vector<registered_probe>::iterator find(std::vector<registered_probe> &prob
 	});
 }
 
-// Under the registry's lock.
+// Called under the registry's lock.
 void publish(registry &r, tracepoint &tp, std::vector<registered_probe> probes)
 {
 	list_ptr next;
@@ -142,7 +142,7 @@ int tracepoint_probe_unregister(tracepoint *tp, void *function, void *data)
 	std::vector<registered_probe> probes = probes_of(*tp);
 	const auto found = find(probes, function, data);
 	if (found == probes.end())
-		return -ENOENT;
+		judge_stop("tracepoint", fmt::format("no such probe to remove on {}", tp->name));
 	probes.erase(found);
 	publish(r, *tp, std::move(probes));
 	return 0;

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Tracepoints: a list of probes, replaced as a whole under RCU.
+// Tracepoints: each has a list of probes, replaced as a whole under RCU.
 #pragma once
 
 #include <atomic>
 #include <vector>
 
-#include <hosted/callstack.h>
-#include <hosted/context.h>
-#include <hosted/judge.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/context.h>
+#include <hosted/engine/judge.h>
 #include <kernel/rcupdate.h>
 #include <kernel/tracepoint.h>
 
@@ -19,7 +19,7 @@ struct registered_probe {
 	void *data;
 };
 
-// What a tracepoint does while it is in use. Never changed once it is published.
+// The probes of a tracepoint in use. Never changed once published.
 struct probe_list {
 	std::vector<unsigned long>
 		frames; // simulated calls between the kernel and the probes' work
@@ -30,7 +30,7 @@ struct probe_list {
 
 struct tracepoint {
 	const char *name;
-	// Calls that a probe makes, itself included, down to where it takes a stack trace.
+	// Number of calls, including the probe itself, down to where it captures a stack.
 	unsigned probe_frames;
 	std::atomic<const hosted::probe_list *> list{nullptr};
 };
@@ -43,7 +43,7 @@ inline bool in_use(const tracepoint &tp)
 	return tp.list.load(std::memory_order_relaxed) != nullptr;
 }
 
-// The surroundings of the probes of one firing: preemption off, an RCU read section, and the
+// The environment of the probes during one firing: preemption off, an RCU read section, and the
 // simulated frames of the tracepoint's own code.
 class firing
 {
@@ -63,21 +63,38 @@ private:
 	frame_scope frames_;
 };
 
-// Calls the probes with exactly these argument types; the typed callers are in vendor_hooks.h.
-template <class... Args>
-void fire(const tracepoint &tp, Args... args)
-{
-	if (!in_use(tp)) [[likely]]
-		return;
-	const firing now(tp);
-	for (const registered_probe &p : now.probes()) {
-		const callback_check check(tp.name);
-		reinterpret_cast<void (*)(void *, Args...)>(p.function)(p.data, args...);
-	}
-}
+// Calls the probes of one tracepoint with their data and the call's arguments.
+template <class Probe>
+class trace_call;
 
-// Frees the probe lists that no reader can hold any more. Stops the program if a probe is
+template <class... Args>
+class trace_call<void(void *, Args...)>
+{
+public:
+	constexpr explicit trace_call(const tracepoint &tp) : tp_(tp) {}
+
+	void operator()(Args... args) const
+	{
+		if (!in_use(tp_)) [[likely]]
+			return;
+		const firing now(tp_);
+		for (const registered_probe &p : now.probes()) {
+			const callback_check check(tp_.name);
+			reinterpret_cast<void (*)(void *, Args...)>(p.function)(p.data, args...);
+		}
+	}
+
+private:
+	const tracepoint &tp_;
+};
+
+// Frees the probe lists that no reader can hold any more. Stops the program if a probe is still
 // registered. Process context.
 void reset_tracepoints();
 
 } // namespace hosted
+
+// trace_<name>(...) fires the tracepoint __tracepoint_<name>. Used with the lists of the interface.
+#define HOSTED_DECLARE_TRACEPOINT(name, prototype)                                                 \
+	extern tracepoint __tracepoint_##name;                                                     \
+	inline constexpr hosted::trace_call<name##_probe> trace_##name{__tracepoint_##name};

@@ -6,13 +6,13 @@
 #include <mutex>
 #include <shared_mutex>
 
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 #include <kernel/uaccess.h>
 
 namespace hosted
 {
 
-// Every buffer by its address. Copies share the lock, so that a buffer outlives those on it.
+// All buffers by address. Copies hold the lock shared, so that a buffer outlives the copies on it.
 class user_space
 {
 public:
@@ -43,7 +43,8 @@ public:
 			buffer.faults_.emplace_back(offset, length);
 	}
 
-	// Calls copy with what can be reached of n bytes at a user address. Returns the bytes left.
+	// Calls copy for the reachable part of n bytes at a user address. Returns the number of
+	// bytes left.
 	template <class Copy>
 	unsigned long access(const void *user, unsigned long n, Copy copy)
 	{

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Memory of a user process: reachable for the kernel through user copies only.
+// Memory of a user process, which the kernel can only reach through user copies.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@ namespace hosted
 {
 
 // Bytes at a user address that is not mapped in this program, so that direct access crashes.
-// Buffers never touch each other. Thread safe but for bytes(), which the owner keeps apart from
-// user copies.
+// Buffers are never adjacent. Thread safe, except that the owner must keep bytes() apart from user
+// copies.
 class user_buffer
 {
 public:
@@ -27,7 +27,7 @@ public:
 	{
 		return bytes_;
 	}
-	// Makes user copies stop at a byte range.
+	// Makes user copies fault at a byte range.
 	void fault(std::size_t offset, std::size_t length);
 
 private:

@@ -11,11 +11,11 @@
 
 #include <fmt/format.h>
 
-#include <hosted/address_range.h>
-#include <hosted/callstack.h>
-#include <hosted/fault.h>
-#include <hosted/judge.h>
-#include <hosted/leftovers.h>
+#include <hosted/engine/address_range.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
+#include <hosted/engine/leftovers.h>
 #include <hosted/notifier.h>
 #include <hosted/seq_file.h>
 #include <hosted/vendor_hooks.h>
@@ -23,7 +23,7 @@
 struct vm_struct {
 	unsigned long first_page; // of the address space
 	unsigned long caller;
-	unsigned long size; // the guard page included
+	unsigned long size; // including the guard page
 	unsigned nr_pages;  // 0 until the area has its memory
 	bool of_module;
 };
@@ -35,7 +35,7 @@ namespace
 
 constexpr unsigned long default_space = 16UL << (30 - KERNEL_PAGE_SHIFT);
 
-// The flags word with which the kernel makes an area of vmalloc.
+// The flags of an area made by vmalloc.
 constexpr unsigned long vm_alloc = 2;
 
 enum class owner { kernel, module };
@@ -82,7 +82,7 @@ std::vector<std::string> report()
 
 const leftover_source source(report);
 
-// The first hole that is large enough. Under the lock.
+// Finds the first hole that is large enough. Called under the lock.
 std::optional<unsigned long> find_hole(const vmap_space &s, unsigned long pages)
 {
 	unsigned long hole = 0;
@@ -142,7 +142,7 @@ vm_struct *allocate_area(const char *call, unsigned long size, owner who)
 		return nullptr;
 	open_pages(address_of(*area), pages * page_size);
 	nr_pages.fetch_add(pages, std::memory_order_relaxed);
-	// from here on it is in the listing
+	// from here on it shows in the listing
 	const std::lock_guard guard(space().lock);
 	area->nr_pages = static_cast<unsigned>(pages);
 	return area;
@@ -236,7 +236,7 @@ void reset_vmalloc()
 		const std::lock_guard guard(s.lock);
 		for (const auto &[page, area] : s.areas) {
 			if (area->of_module)
-				judge_stop("vmalloc", "an area is left at the kernel's reset");
+				judge_stop("vmalloc", "an area is left at reset");
 			close_pages(address_of(*area), area->nr_pages * page_size);
 		}
 		s.areas.clear();

@@ -5,7 +5,8 @@
 
 #include <fmt/format.h>
 
-#include <hosted/judge.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/judge.h>
 #include <hosted/mmzone.h>
 
 atomic_long_t vm_zone_stat[hosted::vm_stat_items];
@@ -104,11 +105,14 @@ void reset_statistics()
 
 using namespace hosted;
 
-void helper_swapinfo(unsigned long *total, unsigned long *free)
+bool helper_swapinfo(unsigned long *total, unsigned long *free)
 {
+	if (should_fail("swapinfo"))
+		return false;
 	const std::lock_guard guard(swap_state.lock);
 	*total = swap_state.total;
 	*free = static_cast<unsigned long>(
 			__atomic_load_n(&nr_swap_pages.counter, __ATOMIC_RELAXED)) +
 		swap_state.to_be_unused;
+	return true;
 }

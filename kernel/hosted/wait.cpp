@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <hosted/judge.h>
+#include <hosted/engine/opaque.h>
 #include <hosted/sched.h>
 #include <kernel/spinlock.h>
 #include <kernel/wait.h>
@@ -26,25 +26,23 @@ struct wait_entry {
 		return next != this;
 	}
 };
-static_assert(sizeof(wait_entry) <= sizeof(wait_queue_entry));
 static_assert(std::is_trivial_v<wait_entry>);
 
-// The lock is one of the interface, so that its caller's locks are judged against it.
+// This is a lock of the kernel interface, so that it is judged together with the caller's locks.
 struct wait_queue {
 	raw_spinlock_t lock;
 	wait_entry head;
 };
-static_assert(sizeof(wait_queue) <= sizeof(wait_queue_head));
 static_assert(std::is_trivial_v<wait_queue>);
 
 wait_queue &real(struct wait_queue_head *wq_head)
 {
-	return *reinterpret_cast<wait_queue *>(wq_head->storage);
+	return opaque_cast<wait_queue>(wq_head);
 }
 
 wait_entry &real(struct wait_queue_entry *wq_entry)
 {
-	return *reinterpret_cast<wait_entry *>(wq_entry->storage);
+	return opaque_cast<wait_entry>(wq_entry);
 }
 
 } // namespace
@@ -96,6 +94,6 @@ int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int, void *)
 			entry->unlink();
 		entry = next;
 	}
-	// what is counted are exclusive waiters, which this interface cannot make
+	// only exclusive waiters would be counted, and this interface cannot make any
 	return 0;
 }

@@ -2,14 +2,14 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
-#include <hosted/leftovers.h>
-#include <hosted/lockdep.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/lockdep.h>
+#include <hosted/engine/opaque.h>
 #include <hosted/sched.h>
 #include <hosted/workqueue.h>
 #include <kernel/kthread.h>
 #include <kernel/workqueue.h>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 struct workqueue_struct {
@@ -25,25 +25,21 @@ using namespace hosted;
 namespace
 {
 
-constexpr std::uint32_t work_magic = 0x776f726b;
-
 struct work {
-	std::uint32_t magic = work_magic;
+	magic_number<0x776f726b> magic{};
 	unsigned lock_class;
 	void (*function)(work_struct *work);
-	unsigned cancellers = 0; // while there are any, the item cannot be queued
+	unsigned cancellers = 0; // while nonzero, the item cannot be queued
 };
-static_assert(sizeof(work) <= sizeof(work_struct));
-static_assert(std::is_trivially_destructible_v<work>);
 
 work &real(work_struct *storage)
 {
-	return *reinterpret_cast<work *>(storage->storage);
+	return opaque_cast<work>(storage);
 }
 
 workqueue_struct &queue()
 {
-	// never destroyed: its worker may outlive main
+	// never destroyed, since its worker may outlive main
 	static workqueue_struct &the_queue = *new workqueue_struct;
 	return the_queue;
 }
@@ -53,13 +49,12 @@ bool is_queued(const work_struct *item)
 	return std::ranges::find(queue().queued, item) != queue().queued.end();
 }
 
-void judge_initialised(work_struct *item, const char *call)
+void judge_item(work_struct *item, const char *call)
 {
-	if (judging && real(item).magic != work_magic)
-		judge_stop(call, "the work item was never initialised");
+	judge_initialised(real(item), call, "the work item was never initialised");
 }
 
-// The next item, null when none is queued.
+// Removes and returns the next item; null if none is queued.
 work_struct *take_item()
 {
 	workqueue_struct &q = queue();
@@ -74,7 +69,7 @@ work_struct *take_item()
 void run_item(work_struct *item)
 {
 	workqueue_struct &q = queue();
-	// the function may end the item's life: nothing of it is read afterwards
+	// the function may free the item, so nothing of it is read afterwards
 	const unsigned lock_class = real(item).lock_class;
 	push_held_lock(self(), item, lock_class);
 	{
@@ -90,7 +85,7 @@ void run_item(work_struct *item)
 int serve(void *)
 {
 	for (;;) {
-		// before the look at the queue, so that no wake-up gets lost between
+		// set before checking the queue, so that no wake-up is lost in between
 		set_current_state(TASK_INTERRUPTIBLE);
 		if (work_struct *item = take_item()) {
 			set_current_state(task_running);
@@ -146,7 +141,7 @@ void helper_init_work(struct work_struct *work, void (*func)(struct work_struct 
 
 bool helper_queue_work(struct workqueue_struct *wq, struct work_struct *work)
 {
-	judge_initialised(work, "queue_work");
+	judge_item(work, "queue_work");
 	const std::lock_guard guard(wq->lock);
 	if (real(work).cancellers != 0 || is_queued(work))
 		return false;
@@ -160,11 +155,11 @@ bool helper_queue_work(struct workqueue_struct *wq, struct work_struct *work)
 bool cancel_work_sync(struct work_struct *work)
 {
 	might_sleep("cancel_work_sync");
-	judge_initialised(work, "cancel_work_sync");
+	judge_item(work, "cancel_work_sync");
 	workqueue_struct &q = queue();
 	std::unique_lock lock(q.lock);
 	if (judging && q.running == work && q.worker == self().task)
-		judge_stop("cancel_work_sync", "a work item waits for its own end");
+		judge_stop("cancel_work_sync", "a work item waits for itself to end");
 	check_lock_order(self(), real(work).lock_class);
 	const bool queued = std::erase(q.queued, work) != 0;
 	real(work).cancellers++;

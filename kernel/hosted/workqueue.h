@@ -4,8 +4,8 @@
 namespace hosted
 {
 
-// Finishes what is queued on the system work queue and ends its worker, which the next work item
-// starts again. Not while another thread may queue. The worker is let go if it is held.
+// Runs everything queued on the system work queue and ends its worker; the next work item starts a
+// new one. No other thread may queue meanwhile. A held worker is let go.
 void stop_workers();
 
 } // namespace hosted

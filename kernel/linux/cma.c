@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <linux/cma.h>
 #include <mm/cma.h>
-#include <trace/events/cma.h>
 
 #include <kernel/cma.h>
 
 #include "symbols.h"
-
-/* Never called: the compiler compares the types. */
-static inline void check_probe_types(cma_alloc_finish_probe *finished, cma_release_probe *released)
-{
-	check_trace_callback_type_cma_alloc_finish(finished);
-	check_trace_callback_type_cma_release(released);
-}
 
 int cma_for_each_area(int (*it)(struct cma *area, void *data), void *data)
 {

@@ -6,7 +6,7 @@
 
 void *android_debug_symbol(int index) __weak;
 
-/* Volatile keeps the weak reference in data, as for the vendor hooks. */
+/* volatile forces the weak reference into data, as for the vendor hooks. */
 static void *(*const volatile lookup)(int index) = android_debug_symbol;
 
 void *helper_debug_symbol(int index)

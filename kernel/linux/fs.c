@@ -3,7 +3,8 @@
 
 #include <kernel/fs.h>
 
-/* Called through the kernel's own type, which a kernel may check at each indirect call. */
+/* Called through the kernel's own type, since a kernel with control-flow integrity checks it at
+ * each indirect call. */
 void helper_iterate_supers(void *symbol, void (*callback)(struct super_block *sb, void *arg),
 			   void *arg)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the interface says of the kernel in C++, held against what the kernel says of itself.
+// Checks the constants and layouts that the interface headers spell out against the kernel's own.
 #include <kernel/atomic.h>
 #include <kernel/cma.h>
 #include <kernel/dma.h>
@@ -18,6 +18,7 @@ static_assert(KERNEL_PAGE_SHIFT == NATIVE_PAGE_SHIFT, "the module is for pages o
 static_assert(__GFP_MOVABLE == NATIVE_GFP_MOVABLE);
 static_assert(GFP_KERNEL == NATIVE_GFP_KERNEL);
 static_assert(__GFP_ZERO == NATIVE_GFP_ZERO);
+static_assert(__GFP_NOWARN == NATIVE_GFP_NOWARN);
 static_assert(__GFP_KSWAPD_RECLAIM == NATIVE_GFP_KSWAPD_RECLAIM);
 
 static_assert(TASK_COMM_LEN == NATIVE_TASK_COMM_LEN);

@@ -4,10 +4,12 @@
 
 #include <kernel/kprobes.h>
 
-void helper_kprobe_init(struct kprobe *kp, const char *symbol,
-			int (*pre_handler)(struct kprobe *kp, struct pt_regs *regs))
+static_assert(__same_type(kprobe_pre_handler_t, kprobe_entry_handler *),
+	      "the interface declares kprobe handlers with another type");
+
+void helper_kprobe_init(struct kprobe *kp, const char *symbol, kprobe_entry_handler *handler)
 {
-	*kp = (struct kprobe){.symbol_name = symbol, .pre_handler = pre_handler};
+	*kp = (struct kprobe){.symbol_name = symbol, .pre_handler = handler};
 }
 
 const void *helper_kprobe_addr(const struct kprobe *kp)

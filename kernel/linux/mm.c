@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <linux/bitops.h>
 #include <linux/mm.h>
 #include <linux/pageblock-flags.h>
 
@@ -46,4 +47,19 @@ unsigned long helper_page_migratetype(const struct page *page)
 	if (!kernel_symbols.get_pfnblock_flags_mask)
 		return 0;
 	return kernel_symbols.get_pfnblock_flags_mask(page, page_to_pfn(page), MIGRATETYPE_MASK);
+}
+
+struct page *helper_page_behind(struct page *page, unsigned long n)
+{
+	return nth_page(page, n);
+}
+
+void helper_page_set_flag(struct page *page, unsigned int bit)
+{
+	set_bit(bit, &page->flags);
+}
+
+void helper_page_clear_flag(struct page *page, unsigned int bit)
+{
+	clear_bit(bit, &page->flags);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The module as the kernel sees it: its entries, metadata, parameters and exports.
+/* The module's entry points, metadata, parameters and exports. */
 #include <linux/dma-mapping.h>
 #include <linux/init.h>
 #include <linux/mmzone.h>
@@ -15,11 +15,12 @@
 #include "symbols.h"
 
 MODULE_LICENSE(TARN_MODULE_LICENSE);
-MODULE_DESCRIPTION(TARN_MODULE_DESCRIPTION);
+#define DESCRIBE(description) MODULE_DESCRIPTION(description);
+TARN_MODULE_DESCRIPTIONS(DESCRIBE)
 MODULE_SOFTDEP(TARN_MODULE_SOFTDEP);
 MODULE_IMPORT_NS(TARN_MODULE_IMPORT_NS);
 
-/* The parameters' variables, by the types that the list names. */
+/* Declares the parameters' variables with the types in the list. */
 #define DECLARE_int(variable) extern int variable
 #define DECLARE_uint(variable) extern unsigned int variable
 #define DECLARE_charp(variable) extern char *variable
@@ -37,9 +38,9 @@ TARN_MODULE_PARAMS(PARAM)
 #define EXPORT_GPL(function) EXPORT_SYMBOL_GPL(function);
 TARN_MODULE_EXPORTS(EXPORT, EXPORT_GPL)
 
-#define REPORT_MISSING(hook)                                                                       \
+#define REPORT_MISSING(hook, prototype)                                                            \
 	if (!helper_##hook)                                                                        \
-		pr_warn("%s: the kernel has no hook %s: what rests on it stays off\n",             \
+		pr_warn("%s: the kernel has no hook %s: features that need it stay off\n",         \
 			KBUILD_MODNAME, #hook);
 
 static int __init module_start(void)

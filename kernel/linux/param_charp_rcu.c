@@ -8,10 +8,10 @@
 
 #include "param_charp_rcu.h"
 
-/* As for every string parameter. */
+/* The limit of every string parameter. */
 #define MAX_LENGTH 1024
 
-/* Under the parameter lock. */
+/* Called with the parameter lock held. */
 static int set(const char *value, const struct kernel_param *kp)
 {
 	struct param_charp_rcu *param = kp->arg;
@@ -23,7 +23,7 @@ static int set(const char *value, const struct kernel_param *kp)
 	text = kstrdup(value, GFP_KERNEL);
 	if (!text)
 		return -ENOMEM;
-	/* The text before the pointer to it. */
+	/* Publish the text before the pointer to it. */
 	smp_store_release(param->variable, text);
 	param->allocated = text;
 	synchronize_rcu();

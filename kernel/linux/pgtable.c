@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
+#include <asm/barrier.h>
 #include <asm/tlbflush.h>
-#include <linux/gfp.h>
 #include <linux/mm.h>
 #include <linux/pgtable.h>
 
@@ -26,11 +26,6 @@ void helper_page_table_unlock(struct mm_struct *mm)
 	spin_unlock(&mm->page_table_lock);
 }
 
-unsigned long helper_get_zeroed_page(gfp_t gfp)
-{
-	return get_zeroed_page(gfp);
-}
-
 void *helper_phys_to_virt(u64 phys)
 {
 	return phys_to_virt(phys);
@@ -41,7 +36,7 @@ u64 helper_virt_to_phys(const void *addr)
 	return virt_to_phys((void *)addr);
 }
 
-/* The root table is mapped read-only; the kernel has a function of its own for it. */
+/* The root table is mapped read-only; the kernel has a special function to write it. */
 void helper_set_pud(u64 *entry, u64 value)
 {
 	kernel_symbols.set_swapper_pgd((pgd_t *)entry, __pgd(value));
@@ -55,6 +50,11 @@ void helper_set_pmd(u64 *entry, u64 value)
 void helper_set_pte(u64 *entry, u64 value)
 {
 	set_pte((pte_t *)entry, __pte(value));
+}
+
+void helper_dsb_ishst(void)
+{
+	dsb(ishst);
 }
 
 void helper_flush_tlb_all(void)

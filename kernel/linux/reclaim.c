@@ -4,7 +4,7 @@
 #include <linux/swap.h>
 #include <mm/internal.h>
 
-/* It needs those above. */
+/* Needs the headers above. */
 #include <linux/compaction.h>
 
 #include <kernel/reclaim.h>
@@ -19,7 +19,8 @@ void helper_alloc_context_init(struct alloc_context *context, struct zonelist *z
 	};
 }
 
-/* Called through the kernel's own types, which a kernel may check at each indirect call. */
+/* Called through the kernel's own types, since a kernel with control-flow integrity checks them at
+ * each indirect call. */
 
 unsigned long helper_try_to_free_pages(void *symbol, struct zonelist *zonelist, int order,
 				       gfp_t gfp)
@@ -36,7 +37,7 @@ void helper_try_to_compact_pages(void *symbol, gfp_t gfp, unsigned int order,
 				 unsigned int alloc_flags, const struct alloc_context *context,
 				 int priority, struct page **captured)
 {
-	/* A kernel without compaction has no such symbol either. */
+	/* A kernel without compaction lacks the symbol too, so this is never reached there. */
 #ifdef CONFIG_COMPACTION
 	((typeof(&try_to_compact_pages))symbol)(gfp, order, alloc_flags, context, priority,
 						captured);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Never linked: compiled to assembly, out of which the build reads the sizes and constants of this
-// kernel for <kernel_build/sizes.h>.
+/* Never linked. It is compiled to assembly, from which the build extracts the sizes and constants
+ * of this kernel for <kernel_build/sizes.h>. */
 #include <linux/cma.h>
 #include <linux/cpumask.h>
 #include <linux/dma-direction.h>
 #include <linux/err.h>
 #include <linux/fs.h>
+#include <linux/irq_work.h>
 #include <linux/kbuild.h>
 #include <linux/kobject.h>
 #include <linux/kprobes.h>
@@ -30,20 +31,20 @@
 
 #include "sysfs.h"
 
-/* The first bit of a cache's flags that the allocator leaves alone. */
+/* The first flag bit of a cache that the allocator leaves unused. */
 #if LINUX_VERSION_CODE >= KERNEL_VERSION(6, 9, 0)
 #define SPARE_SLAB_FLAG (1U << _SLAB_FLAGS_LAST_BIT)
-static_assert(_SLAB_FLAGS_LAST_BIT < 32, "no flag of a cache is unused");
+static_assert(_SLAB_FLAGS_LAST_BIT < 32, "caches have no unused flag");
 #else
 #define SPARE_SLAB_FLAG 1U
 #endif
 
-/* Before 6.8 the largest order went by another name. */
+/* Before 6.8 only the largest order had a name. */
 #ifndef NR_PAGE_ORDERS
 #define NR_PAGE_ORDERS (MAX_ORDER + 1)
 #endif
 
-/* What the interface embeds by value is aligned to 8 bytes there. */
+/* The interface aligns everything that it embeds by value to 8 bytes. */
 #define SIZE(symbol, type)                                                                         \
 	do {                                                                                       \
 		static_assert(__alignof__(type) <= 8);                                             \
@@ -65,6 +66,7 @@ void kernel_sizes(void)
 	SIZE(KERNEL_SIZEOF_ATTRIBUTE_GROUP, struct listed_group);
 	SIZE(KERNEL_SIZEOF_TIMER_LIST, struct timer_list);
 	SIZE(KERNEL_SIZEOF_WORK_STRUCT, struct work_struct);
+	SIZE(KERNEL_SIZEOF_IRQ_WORK, struct irq_work);
 	SIZE(KERNEL_SIZEOF_FILE_OPERATIONS, struct file_operations);
 	SIZE(KERNEL_SIZEOF_KPROBE, struct kprobe);
 	SIZE(KERNEL_SIZEOF_ALLOC_CONTEXT, struct alloc_context);
@@ -92,12 +94,13 @@ void kernel_sizes(void)
 	DEFINE(KERNEL_NR_SHMEM, NR_SHMEM);
 	DEFINE(KERNEL_NR_SWAPCACHE, NR_SWAPCACHE);
 
-	/* What the interface writes down itself, for interface_check.cpp to compare. */
+	/* Values that the interface headers spell out, for interface_check.cpp to compare. */
 	DEFINE(NATIVE_PAGE_SHIFT, PAGE_SHIFT);
 	DEFINE(NATIVE_GFP_MOVABLE, __GFP_MOVABLE);
 	DEFINE(NATIVE_GFP_KERNEL, GFP_KERNEL);
 	DEFINE(NATIVE_GFP_ZERO, __GFP_ZERO);
 	DEFINE(NATIVE_GFP_KSWAPD_RECLAIM, __GFP_KSWAPD_RECLAIM);
+	DEFINE(NATIVE_GFP_NOWARN, __GFP_NOWARN);
 	DEFINE(NATIVE_TASK_COMM_LEN, TASK_COMM_LEN);
 	DEFINE(NATIVE_TASK_INTERRUPTIBLE, TASK_INTERRUPTIBLE);
 	DEFINE(NATIVE_TASK_NORMAL, TASK_NORMAL);

@@ -6,12 +6,14 @@
 
 #include "symbols.h"
 
-void helper_swapinfo(unsigned long *total, unsigned long *free)
+bool helper_swapinfo(unsigned long *total, unsigned long *free)
 {
 	struct sysinfo info = {};
 
-	if (kernel_symbols.si_swapinfo)
-		kernel_symbols.si_swapinfo(&info);
+	if (!kernel_symbols.si_swapinfo)
+		return false;
+	kernel_symbols.si_swapinfo(&info);
 	*total = info.totalswap;
 	*free = info.freeswap;
+	return true;
 }

@@ -9,7 +9,7 @@ struct kernel_symbols kernel_symbols __ro_after_init;
 
 typedef unsigned long (*lookup_fn)(const char *name);
 
-/* A kprobe finds any function by its name, so the kernel's own lookup, too. */
+/* Kprobes can find any function by name, including the kernel's symbol lookup. */
 static lookup_fn find_lookup(void)
 {
 	struct kprobe probe = {.symbol_name = "kallsyms_lookup_name"};
@@ -24,7 +24,7 @@ static void *find(lookup_fn lookup, const char *name, const char *without)
 {
 	void *symbol = lookup ? (void *)lookup(name) : NULL;
 
-	/* The lookup goes on to modules, and this one has functions of the same names. */
+	/* The lookup also searches modules, and this one has functions of the same names. */
 	if (within_module((unsigned long)symbol, THIS_MODULE))
 		symbol = NULL;
 	if (!symbol)
@@ -37,14 +37,14 @@ void find_kernel_symbols(void)
 	lookup_fn lookup = find_lookup();
 
 	kernel_symbols.get_slabinfo =
-		find(lookup, "get_slabinfo", "the largest cache is not found, only a named one");
-	kernel_symbols.si_swapinfo = find(lookup, "si_swapinfo", "swap counts as absent");
+		find(lookup, "get_slabinfo", "slab tracking needs the name of a cache");
+	kernel_symbols.si_swapinfo = find(lookup, "si_swapinfo", "swap is reported as 0");
 	kernel_symbols.vmalloc_nr_pages =
-		find(lookup, "vmalloc_nr_pages", "no vmalloc leak is detected");
+		find(lookup, "vmalloc_nr_pages", "vmalloc leaks are not detected");
 	kernel_symbols.cma_for_each_area =
-		find(lookup, "cma_for_each_area", "no CMA area is reported on");
+		find(lookup, "cma_for_each_area", "CMA areas are not reported");
 	kernel_symbols.get_pfnblock_flags_mask =
-		find(lookup, "get_pfnblock_flags_mask", "no pin of a CMA page is reported");
+		find(lookup, "get_pfnblock_flags_mask", "pins of CMA pages are not reported");
 	kernel_symbols.set_swapper_pgd =
-		find(lookup, "set_swapper_pgd", "no secure page range is changed");
+		find(lookup, "set_swapper_pgd", "secure page ranges are not available");
 }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* Functions of the kernel that it does not export; null where it has none. */
+/* Kernel functions that the kernel does not export; null if it lacks them. */
 #pragma once
 
 #include <linux/pgtable.h>
@@ -23,6 +23,6 @@ struct kernel_symbols {
 
 extern struct kernel_symbols kernel_symbols;
 
-/* Fills the table, once, before the module starts. Says which function is missing and what the
- * module does without. Context: process, may sleep. */
+/* Fills the table and logs each missing function with its consequence. Called once, before the
+ * module starts. Context: process, may sleep. */
 void find_kernel_symbols(void);

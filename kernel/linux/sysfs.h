@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* An attribute group with its list of attributes, which the module embeds as one. */
+/* An attribute group together with its attribute list; the module embeds both as one object. */
 #pragma once
 
 #include <linux/sysfs.h>

@@ -3,9 +3,9 @@
 
 #include <kernel/vendor_hooks.h>
 
-/* A weak reference is null where nothing defines the symbol. Taken in data, since code cannot reach
- * the address 0 from where modules are. */
-#define DEFINE_HOOK(hook)                                                                          \
+/* A weak reference is null if nothing defines the symbol. It is taken in data, since code in a
+ * module cannot reach address 0. */
+#define DEFINE_HOOK(hook, prototype)                                                               \
 	extern struct tracepoint __tracepoint_##hook __weak;                                       \
 	struct tracepoint *const helper_##hook = &__tracepoint_##hook;
 KERNEL_VENDOR_HOOKS(DEFINE_HOOK)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: cache_parts DEVICE drop
 //        cache_parts DEVICE reclaim BYTES
-// Fills the page cache of a block device with three parts of 8 MiB, one that is read, one that is
-// mapped as well and one that is written, has the adapter free memory on this very thread, and
-// prints the pages that are cached before and after, the result, and whether PF_MEMALLOC is left.
+// Fills the page cache of a block device with three parts of 8 MiB: one only read, one also mapped,
+// one written. Then the adapter frees memory on this very thread. Prints the cached pages before
+// and after, the result, and whether PF_MEMALLOC is still set.
 #include <algorithm>
 #include <array>
 #include <fstream>
@@ -31,7 +31,7 @@ public:
 	{
 		if (mapping_ == MAP_FAILED)
 			lab::fail("mmap: %s", std::strerror(errno));
-		// Without reading ahead, which would go from part to part.
+		// Readahead would cross from part to part.
 		posix_fadvise(fd_, 0, 0, POSIX_FADV_RANDOM);
 		madvise(mapping_, parts * part_size, MADV_RANDOM);
 		fill();
@@ -80,7 +80,7 @@ bool has_memalloc()
 	std::string line, word;
 
 	std::getline(file, line);
-	// Behind the name: state, parent, group, session, terminal, its group, flags.
+	// After the name: state, parent, group, session, terminal, its group, flags.
 	unsigned long flags = 0;
 
 	if (std::sscanf(line.c_str() + line.rfind(')') + 1, " %*c %*d %*d %*d %*d %*d %lu",

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: churn WORKERS
-// So many processes allocate and free kernel objects as fast as they can until this one is killed,
-// and they with it. Says "busy" when each has been through once.
+// WORKERS processes allocate and free kernel objects as fast as they can until this program is
+// killed; they die with it. Prints "busy" when each has completed a round.
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>

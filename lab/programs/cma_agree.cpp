@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// cma_agree AREA BEFORE: whether the records that the adapter listed for an area, in the kernel log
-// on standard input, cover exactly the bits that are set in the area's bitmap, but for those that
-// were set already in BEFORE, a copy of the bitmap from before the adapter was loaded. The last
+// cma_agree AREA BEFORE: checks that the records that the adapter listed for an area, in the kernel
+// log on standard input, cover exactly the bits set in the area's bitmap. Bits that are also set in
+// BEFORE, a copy of the bitmap from before the adapter was loaded, are left out. Only the last
 // listing counts.
 #include <cstdint>
 #include <fstream>
@@ -22,7 +22,7 @@ std::uint64_t number(const char *name)
 	std::uint64_t value = 0;
 
 	if (!(file >> value))
-		lab::fail("%s%s is not there", directory.c_str(), name);
+		lab::fail("%s%s does not exist", directory.c_str(), name);
 	return value;
 }
 
@@ -62,11 +62,11 @@ std::set<std::uint64_t> listed_bits(const std::string &area)
 		if (std::sscanf(line.c_str() + name + area.size() + 2, "[%lu-%lu] count:%lu",
 				&start, &end, &count) != 3 ||
 		    end - start + 1 != count)
-			lab::fail("a record that cannot be read: %s", line.c_str());
+			lab::fail("malformed record: %s", line.c_str());
 		for (std::uint64_t bit = (start - base) >> order; bit <= (end - base) >> order;
 		     bit++)
 			if (!bits.insert(bit).second)
-				lab::fail("listed twice: bit %lu", bit);
+				lab::fail("bit %lu is listed twice", bit);
 	}
 	return bits;
 }
@@ -86,13 +86,13 @@ int main(int argc, char **argv)
 		lab::fail("the kernel says that %lu pages are used", number("used"));
 	for (const std::uint64_t bit : bits_of(argv[2]))
 		if (set.erase(bit) == 0)
-			lab::fail("bit %lu was set before and is not now", bit);
+			lab::fail("bit %lu was set before and is clear now", bit);
 	for (const std::uint64_t bit : set)
 		if (!listed.contains(bit))
-			lab::fail("bit %lu is set and in no record", bit);
+			lab::fail("bit %lu is set but in no record", bit);
 	for (const std::uint64_t bit : listed)
 		if (!set.contains(bit))
-			lab::fail("bit %lu is in a record and not set", bit);
+			lab::fail("bit %lu is in a record but not set", bit);
 	std::printf("%zu bits\n", set.size());
 	return 0;
 }

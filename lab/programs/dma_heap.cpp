@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// dma_heap hold HEAP PAGES... takes one buffer of each size from a heap of the kernel, says so, and
-// gives all back when its standard input ends.
-// dma_heap mix HEAP COUNT SEED takes and gives back buffers at random, COUNT times in all, says
-// what it holds and keeps that until its standard input ends.
+// dma_heap hold HEAP PAGES... allocates one buffer of each size from a heap of the kernel, says so,
+// and frees all of them when its standard input ends. dma_heap mix HEAP COUNT SEED allocates and
+// frees COUNT buffers at random, prints what it holds and keeps that until its standard input ends.
 #include <fcntl.h>
 #include <linux/dma-heap.h>
 #include <random>
@@ -26,7 +25,7 @@ public:
 	{
 	}
 
-	// The buffer's descriptor, or -1 with errno.
+	// Returns the buffer's descriptor, or -1 with errno set.
 	[[nodiscard]] int take(unsigned pages) const
 	{
 		dma_heap_allocation_data data = {};
@@ -57,7 +56,7 @@ void hold(const heap &from, char **sizes)
 	wait_for_end();
 }
 
-// Many live buffers, of sizes that fragment the area.
+// Keeps many buffers, of sizes that fragment the area.
 void mix(const heap &from, unsigned count, unsigned seed)
 {
 	constexpr unsigned most_buffers = 300;

@@ -1,5 +1,5 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
-// How the lab's programs end when something is not as it should be.
+// SPDX-License-Identifier: GPL-2.0-only
+// How the lab's programs fail.
 #pragma once
 
 #include <cerrno>
@@ -22,7 +22,7 @@ namespace lab
 	std::exit(1);
 }
 
-// The result of a call that must not fail.
+// Returns the result of a call that must not fail.
 template <class T>
 T must(T result, const char *what)
 {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: fragment MIB
-// Takes memory and gives every second page back, so that what is free is in single pages; holds
-// the rest until it is killed. Says "ready" then.
+// Allocates memory and frees every second page, so that free memory consists of single pages. Keeps
+// the rest until it is killed; prints "ready" when done.
 #include <sys/mman.h>
 #include <unistd.h>
 

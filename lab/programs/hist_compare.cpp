@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: hist_compare READOUT KIND HIST ANCHOR PREFIX [TOLERANCE]
-// Compares what the tracker counted with the kernel's own histogram of the same events. READOUT is
-// the text of a readout and KIND its part (SLUB_ALLOC or SLUB_FREE); HIST is the output of a
-// trigger with the keys common_stacktrace and common_pid.execname. Tasks are those whose names
-// begin with PREFIX; with the PREFIX "-" all tasks are one, as they are for the tracker in
-// interrupts.
+// Compares the tracker's counts with the kernel's own histogram of the same events. READOUT is the
+// text of a readout and KIND its part (SLUB_ALLOC or SLUB_FREE); HIST is the output of a trigger
+// with the keys common_stacktrace and common_pid.execname. Only tasks whose names begin with PREFIX
+// are compared; the PREFIX "-" treats all tasks as one, as the tracker does in interrupts.
 //
-// The two begin their stacks at different frames of the allocator, and the histogram's reach
-// further out, so both are read from the function ANCHOR on, the histogram's as far as the
-// tracker's reach. Counts must be equal, or differ by no more than the tolerance: every stack and
-// task of the tracker, and every one that the histogram saw 50 times or more.
+// The two sides start their stacks at different frames of the allocator, and the histogram's stacks
+// are deeper. Both are therefore compared from the function ANCHOR on, and only as deep as the
+// tracker's. Every stack and task of the tracker, and every one that the histogram has 50 times or
+// more, must have equal counts, or counts that differ by no more than TOLERANCE.
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -36,7 +35,7 @@ std::ifstream open_file(const char *path)
 	std::ifstream file(path);
 
 	if (!file)
-		lab::fail("%s: cannot be read", path);
+		lab::fail("cannot read %s", path);
 	return file;
 }
 
@@ -48,7 +47,7 @@ caller parse_record(const std::string &line)
 
 	if (std::sscanf(line.c_str(), "[0x%*x c:(%ld/%*u) (p:%*d-%*d) %n", &count, &comm) != 1 ||
 	    comm == 0 || line.back() != ']')
-		lab::fail("no record: %s", line.c_str());
+		lab::fail("not a record: %s", line.c_str());
 	return {{}, line.substr(comm, line.size() - comm - 1), count};
 }
 
@@ -91,7 +90,7 @@ std::vector<caller> parse_hist(const char *path)
 	for (std::string line; std::getline(file, line);) {
 		if (line.find("Dropped:") != std::string::npos &&
 		    word_after(line, "Dropped:") != "0")
-			lab::fail("the histogram has lost events: %s", line.c_str());
+			lab::fail("the histogram lost events: %s", line.c_str());
 		if (line.starts_with("#"))
 			continue;
 		if (line.starts_with("{")) {
@@ -115,7 +114,7 @@ std::vector<caller> parse_hist(const char *path)
 	return callers;
 }
 
-// The frames from the anchor on; none when it is not there.
+// The frames from the anchor on; empty if the anchor is not in the stack.
 stack from_anchor(const stack &frames, std::string_view anchor)
 {
 	for (auto frame = frames.begin(); frame != frames.end(); ++frame) {
@@ -163,7 +162,7 @@ private:
 		return prefix_ == "-" ? "" : comm;
 	}
 
-	// An entry belongs to the tracked stack that its own begins with.
+	// Adds an entry to the tracked stack that its own stack begins with.
 	void add(const caller &entry)
 	{
 		if (prefix_ != "-" && !entry.comm.starts_with(prefix_))
@@ -209,7 +208,7 @@ private:
 				differ(key, 0, count);
 		}
 		if (tracked_.empty())
-			lab::fail("the tracker has nothing on %.*s",
+			lab::fail("the tracker has no records of %.*s",
 				  static_cast<int>(anchor_.size()), anchor_.data());
 		std::printf("agreed on %ld events in %zu callers\n", events_, tracked_.size());
 		std::exit(failures != 0);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: hold_memory [anon|swapped|locked|shared MIB]...
-// Holds memory of each kind until it is killed; says "ready" when it has it all. "swapped" is
+// Holds memory of each kind until it is killed; prints "ready" when it has all of it. "swapped" is
 // anonymous memory that the kernel is asked to page out.
 #include <cstdint>
 #include <string_view>
@@ -20,7 +20,8 @@ void hold(std::string_view kind, std::size_t size)
 
 	if (memory == MAP_FAILED)
 		lab::fail("mmap: %s", std::strerror(errno));
-	// Pages that differ, since equal words would take no room in a compressed swap device.
+	// The pages must differ: pages of equal words would take no room in a compressed swap
+	// device.
 	for (std::size_t at = 0; at < size; at += sizeof(std::uint64_t) * 64) {
 		auto *word = reinterpret_cast<std::uint64_t *>(static_cast<char *>(memory) + at);
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: leak NAME KIND COUNT [close|closed] [PAUSE_EVERY]
-// A task called NAME takes COUNT kernel objects of KIND (pipe, file, eventfd, socket, vma, index),
-// says "taken COUNT" and keeps them until it is killed. With "close" it gives them back one by one
-// and ends; with "closed" it gives each back before it takes the next. After each PAUSE_EVERY
-// objects it pauses, so that whoever records them keeps up. An index is a node of the page index of
+// A task called NAME allocates COUNT kernel objects of KIND (pipe, file, eventfd, socket, vma,
+// index), prints "taken COUNT" and keeps them until it is killed. With "close" it frees them one by
+// one and exits; with "closed" it frees each one before it allocates the next. It pauses after
+// every PAUSE_EVERY objects, so that a tracker can keep up. An index is a node of the page index of
 // /dev/zram1, which goes with the device's last reader.
 #include <string_view>
 #include <vector>
@@ -24,13 +24,13 @@ using lab::must;
 
 constexpr std::size_t page = 4096;
 
-// What one object consists of, for giving it back.
+// The handles of one object, needed to free it.
 struct object {
 	int fds[2] = {-1, -1};
 	void *area = nullptr;
 };
 
-// One page behind each node of the index.
+// Reads one page per node of the index.
 void read_far_page(int i)
 {
 	static const int fd = must(open("/dev/zram1", O_RDONLY), "/dev/zram1");
@@ -56,7 +56,7 @@ object take(std::string_view kind, int i)
 	} else if (kind == "socket") {
 		taken.fds[0] = must(socket(AF_UNIX, SOCK_DGRAM, 0), "socket");
 	} else if (kind == "vma") {
-		// Neighbours of different protection stay areas of their own.
+		// Neighbours with different protection are not merged into one area.
 		taken.area = mmap(nullptr, page, i % 2 ? PROT_READ : PROT_WRITE,
 				  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 		if (taken.area == MAP_FAILED)

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: memcheck prepare|on|off slab|vmalloc
 //        memcheck read [SIZE]       prints the slab readout
-//        memcheck notify VALUE      sends lmkd a value
+//        memcheck notify VALUE      sends a value to lmkd
 //        memcheck event TYPE COUNT  counts events
-//        memcheck leaks             prints the mask of the thresholds that are passed
-// One call of the memcheck device, bare.
+//        memcheck leaks             prints the mask of exceeded thresholds
+// Makes one call of the memcheck device.
 #include <cstdio>
 #include <string_view>
 

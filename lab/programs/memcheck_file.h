@@ -1,5 +1,5 @@
-/* SPDX-License-Identifier: GPL-2.0-only */
-// The memcheck device as a descriptor, for programs that need it raw.
+// SPDX-License-Identifier: GPL-2.0-only
+// The memcheck device as a file descriptor, for programs that need direct access.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ public:
 	memcheck_file(const memcheck_file &) = delete;
 	memcheck_file &operator=(const memcheck_file &) = delete;
 
-	// 0 or an errno.
+	// Returns 0 or an errno.
 	[[nodiscard]] int call(unsigned long request, void *argument) const
 	{
 		return ioctl(fd_, request, argument) == 0 ? 0 : errno;
@@ -48,7 +48,7 @@ public:
 
 	struct text {
 		int error;
-		std::uint64_t size;	  // as the header came back
+		std::uint64_t size;	  // from the returned header
 		std::vector<char> buffer; // header, room, and a guard behind the room
 	};
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Calls the memcheck device as nobody should, and checks each errno and that nothing has changed.
+// Makes invalid calls of the memcheck device; checks each errno and that nothing has changed.
 #include <array>
 #include <string>
 #include <vector>
@@ -24,7 +24,7 @@ void expect(const std::string &what, int got, int wanted)
 	failures++;
 }
 
-// Pages of which the first may be read only or written too, and the second not touched at all.
+// Two pages: the first is read-only or writable, the second inaccessible.
 class fenced_memory
 {
 public:
@@ -37,7 +37,7 @@ public:
 		mprotect(base_, page, protection);
 	}
 
-	// An address with room for so many bytes before the fence.
+	// An address with room for this many bytes before the fence.
 	[[nodiscard]] void *room(std::size_t bytes) const
 	{
 		return base_ + page - bytes;
@@ -100,7 +100,7 @@ void bad_pointers(const lab::memcheck_file &device)
 		       device.call(request.number, readable.room(request.size)), EFAULT);
 	}
 
-	// A readout that has nothing to say writes its header alone, so the room may be missing.
+	// An empty readout writes only its header, so it needs no room for text.
 	auto *header = static_cast<memcheck_info *>(writable.room(sizeof(memcheck_info)));
 
 	header->type = MEMTYPE_VMALLOC;
@@ -231,7 +231,7 @@ void unknown_requests(const lab::memcheck_file &device)
 		expect("event of an unknown type", device.call(TARN_IOC_REPORT_EVENT, &type), 0);
 }
 
-// The device belongs to root alone.
+// Only root may open the device.
 void other_users()
 {
 	const pid_t child = fork();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: netlink_storm COUNT
-// Sends the lmkd channel COUNT datagrams from four processes at once that are no handshake:
-// truncated ones, wrong types, wrong lengths, noise, a handshake behind another message. Checks
-// that nothing comes back. Prints how many of them had a whole header: "whole N".
+// Four processes at once send COUNT datagrams to the lmkd channel, none of which is a handshake:
+// truncated ones, wrong types, wrong lengths, noise, a handshake after another message. Checks that
+// there is no answer. Prints how many had a complete header: "whole N".
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -10,15 +10,13 @@
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <uapi/tarn_lmkd.h>
 #include <unistd.h>
 
 #include "failure.h"
 
 namespace
 {
-
-constexpr int lmkd_protocol = 31;
-constexpr std::uint16_t handshake = 17;
 
 using datagram = std::vector<char>;
 
@@ -44,7 +42,7 @@ datagram make(std::mt19937 &random, std::uint32_t port)
 
 	switch (random() % 4) {
 	case 0: // a handshake cut short
-		put_header(data, sizeof(nlmsghdr), handshake, port);
+		put_header(data, sizeof(nlmsghdr), NETLINK_LMKD_INIT, port);
 		data.resize(1 + random() % (sizeof(nlmsghdr) - 1));
 		break;
 	case 1: // a type or a length that means nothing, with any payload
@@ -54,7 +52,7 @@ datagram make(std::mt19937 &random, std::uint32_t port)
 		break;
 	case 2: // a handshake that is not the first message
 		put_header(data, sizeof(nlmsghdr), 99, port);
-		put_header(data, sizeof(nlmsghdr), handshake, port);
+		put_header(data, sizeof(nlmsghdr), NETLINK_LMKD_INIT, port);
 		break;
 	default: // noise
 		data.resize(1 + random() % 200);
@@ -66,11 +64,11 @@ datagram make(std::mt19937 &random, std::uint32_t port)
 	return data;
 }
 
-// Returns how many of its datagrams had a whole header.
+// Returns how many of its datagrams had a complete header.
 int storm(unsigned int seed, int count)
 {
 	const int fd =
-		lab::must(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, lmkd_protocol), "socket");
+		lab::must(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, LMKD_NETLINK_UNIT), "socket");
 	sockaddr_nl address = {};
 	socklen_t size = sizeof(address);
 
@@ -94,7 +92,7 @@ int storm(unsigned int seed, int count)
 	char reply[64];
 
 	if (recv(fd, reply, sizeof(reply), MSG_DONTWAIT) >= 0 || errno != EAGAIN)
-		lab::fail("the channel has answered");
+		lab::fail("the channel answered");
 	return whole;
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: odd_process leaderless MIB   its first thread has ended, another one lives on
 //        odd_process waiting MIB      sleeps where no signal but a deadly one ends it
-// A process that holds memory until it is killed. Says "ready THREAD", which is the thread that
-// lives, or the child that is waited for.
+// Holds memory until it is killed. Prints "ready THREAD": the living thread, or the child that is
+// waited for.
 #include <array>
 #include <string_view>
 #include <thread>
@@ -47,7 +47,7 @@ int main(int argc, char **argv)
 		lab::fail("mmap: %s", std::strerror(errno));
 	if (argv[1] == std::string_view("leaderless")) {
 		std::thread([] {
-			// Until the first thread is a zombie.
+			// Wait until the first thread is a zombie.
 			usleep(200000);
 			say_ready(gettid());
 			for (;;)

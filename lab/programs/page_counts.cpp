@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Compares the device's page counts with what the kernel says in /proc, read before and after. Each
-// count must lie between the two readings, widened by what a CPU may take or give at once (the
-// counters move in batches); the reserve and the watermark depend on nothing that moves, so they
-// must be equal where both readings are.
+// Compares the device's page counts with /proc, read before and after. Each count must lie between
+// the two readings, with a margin for what a CPU may add or remove at once (the counters change in
+// batches). The reserve and the watermark do not depend on anything that changes, so they must be
+// equal if both readings are.
 #include <algorithm>
 #include <cstdint>
 #include <fstream>
@@ -16,7 +16,7 @@
 namespace
 {
 
-// Two CPUs, each with up to a page-list batch or a counter's private share on its way.
+// For each of two CPUs, a page-list batch or the CPU's share of a counter.
 constexpr std::int64_t batch = 2 * 63;
 
 using counters = std::map<std::string, std::int64_t>;
@@ -38,7 +38,7 @@ counters read_list(const char *path)
 	return all;
 }
 
-// The kernel's rule for the reserve, over the zones as /proc/zoneinfo shows them.
+// The kernel's rule for the reserve, applied to the zones in /proc/zoneinfo.
 std::int64_t total_reserve()
 {
 	std::ifstream file("/proc/zoneinfo");
@@ -51,7 +51,7 @@ std::int64_t total_reserve()
 		std::string name;
 
 		words >> name;
-		if (name == "high") // "high:" is another number
+		if (name == "high") // "high:" is a different number
 			words >> high;
 		if (name == "managed")
 			words >> managed;

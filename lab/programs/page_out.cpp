@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// page_out MIB: fills that much memory, asks the kernel to page it out, and prints how many KiB of
-// this process are swapped out then.
+// page_out MIB: fills this much memory, asks the kernel to page it out, and prints how many KiB of
+// this process are then swapped out.
 #include <cstring>
 #include <fstream>
 #include <string>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// pin NAME HOW [AREA]: a task of that name takes a page and pins it. HOW: "pin" by pin_user_pages,
-// "get" by get_user_pages, "add" and "page" by the pin bridge; "movable" as pin, but of a page that
-// is not in a CMA area, as those of all the others are; "storm" as pin, again and again until it is
-// killed; "hold" by a pipe, which keeps the page where it is until the task is killed. AREA: a page
-// of that area, behind the first third of a block so that free ones of many sizes can come before
-// it. Prints the page's frame number in hexadecimal.
+// pin NAME HOW [AREA]: a task called NAME allocates a page of a CMA area and pins it. HOW is "pin"
+// (pin_user_pages), "get" (get_user_pages), "add" or "page" (the pin bridge), "movable" (like pin,
+// but a page outside CMA areas), "storm" (like pin, over and over until it is killed), or "hold" (a
+// pipe, which keeps the page in place until the task is killed). With AREA, the page is one of that
+// area, after the first third of a block, so that free blocks of many sizes can come before it.
+// Prints the page's frame number in hexadecimal.
 #include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
@@ -69,7 +69,7 @@ std::uint64_t pfn_of(int pagemap, const char *address)
 					   sizeof(entry));
 
 	if (pread(pagemap, &entry, sizeof(entry), at) != sizeof(entry))
-		lab::fail("the page map cannot be read");
+		lab::fail("cannot read the page map");
 	return entry & pfn_mask;
 }
 
@@ -78,8 +78,8 @@ struct found_page {
 	std::uint64_t pfn;
 };
 
-// The kernel gives out CMA pages once they are more than half of what is free, so memory is filled
-// until it does.
+// The kernel allocates from CMA once CMA pages are more than half of the free memory, so this fills
+// memory until it does.
 found_page find_page(const std::vector<range> &areas, bool inside)
 {
 	const std::size_t most = 200u << 20;
@@ -100,7 +100,7 @@ found_page find_page(const std::vector<range> &areas, bool inside)
 		munmap(page + page_size, memory + most - (page + page_size));
 		return {page, pfn};
 	}
-	lab::fail("the kernel gave out no such page");
+	lab::fail("the kernel allocated no such page");
 }
 
 // The kernel's own test of its pinning functions; see its mm/gup_test.

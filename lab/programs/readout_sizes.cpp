@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Reads the same hunt into buffers of many sizes: each shows the beginning of the same text, as far
-// as there is room, and nothing else is touched. Then into memory that is not there. The target
-// must be filp. Prints "logged N": how many readouts the module reports as cut short.
+// Reads the same hunt into buffers of many sizes: each must get as much of the same text as fits,
+// and nothing else may be written. Then reads into memory that is not mapped. The target must be
+// filp. Prints "logged N", the number of readouts that the module reports as cut short.
 #include <algorithm>
 #include <set>
 #include <string>
@@ -16,8 +16,8 @@ namespace
 
 constexpr std::size_t page = 4096;
 
-// A hunt in which this task alone takes and gives back enough objects to be reported, the same each
-// time.
+// A hunt in which only this task allocates and frees enough objects to be reported, the same number
+// each time.
 void hunt(const lab::memcheck_file &device)
 {
 	constexpr int pipes = 60;
@@ -50,7 +50,8 @@ std::string read_all(const lab::memcheck_file &device)
 	return text_of(read);
 }
 
-// Checks a readout of a size; true when the module logs that it had no room for the records.
+// Checks a readout of this size. Returns true if the module logs that there was no room for the
+// records.
 bool check_size(const lab::memcheck_file &device, const std::string &full, std::uint64_t size)
 {
 	hunt(device);
@@ -65,17 +66,17 @@ bool check_size(const lab::memcheck_file &device, const std::string &full, std::
 
 	if (!std::all_of(behind, read.buffer.end(),
 			 [](char c) { return c == lab::memcheck_file::guard_byte; }))
-		lab::fail("size %lu: written behind the text", size);
+		lab::fail("size %lu: wrote past the text", size);
 
-	// A kind that was not reached is still there.
+	// A kind that the readout did not reach is still there.
 	const std::string rest = read_all(device);
 	const std::size_t free_side = full.find("@@@@@filp SLUB_FREE");
 	const bool cut = wanted.size() >= size - 1;
 	const bool in_alloc = cut && size - 1 <= free_side;
 
 	if (rest != (in_alloc ? full.substr(free_side) : ""))
-		lab::fail("size %lu: a second readout says:\n%s", size, rest.c_str());
-	// No room for a kind's headline ends the readout without a word.
+		lab::fail("size %lu: a second readout returned:\n%s", size, rest.c_str());
+	// Without room for a kind's headline, the readout ends silently.
 	const std::size_t headline = full.find('\n', in_alloc ? 0 : free_side) + 1;
 
 	return cut && size - 1 > headline;
@@ -101,7 +102,7 @@ void check_bad_rooms(const lab::memcheck_file &device, std::size_t full)
 			lab::fail("room for %zu of %zu bytes: error %d, size %lu", room, full,
 				  error, static_cast<unsigned long>(header.size));
 	}
-	// The text fits by the byte.
+	// The text fits exactly.
 	hunt(device);
 	memcheck_info header = {MEMTYPE_SLUB, 0, MEMCHECK_MAX_SIZE};
 	char *buffer = fence - full - sizeof(header);
@@ -119,7 +120,7 @@ int main()
 	int logged = 0;
 
 	prctl(PR_SET_NAME, "sizes");
-	read_all(device); // what an earlier hunt may have left
+	read_all(device); // leftovers of an earlier hunt
 	hunt(device);
 	const std::string full = read_all(device);
 

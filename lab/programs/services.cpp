@@ -5,9 +5,9 @@
 //        services range FIRST PAGES TARGET ordinary|read-only|none
 //        services peek PAGE            prints the page's first word
 //        services poke PAGE VALUE      writes it
-//        services flags ENTRIES BYTES set|clear   prints the pages that have the flag then
+//        services flags ENTRIES BYTES set|clear   prints the pages that then have the flag
 //        services dma BYTES ATTRS [iommu]         maps a heap buffer and prints how
-// One call of the memcheck device's memory services, bare.
+// Makes one call of the memcheck device's memory services.
 #include <string_view>
 
 #include <linux/dma-heap.h>
@@ -27,7 +27,7 @@ int check_gfp_zones(const lab::memcheck_file &device)
 	constexpr std::uint32_t dma = 1, highmem = 2, movable = 8;
 
 	for (std::uint32_t flags = 0; flags < 16; flags++) {
-		// Other bits of the flags have no say.
+		// The other flag bits do not matter.
 		std::uint32_t zone = flags | 0xcc0;
 
 		if (const int error = device.call(TARN_IOC_GFP_ZONE, &zone))
@@ -147,7 +147,7 @@ int error_of(const lab::memcheck_file &device, std::string_view what, int argc, 
 		return change_flags(device, argv);
 	if (what == "dma" && argc >= 2)
 		return map_buffer(device, argc, argv);
-	lab::fail("no such call, or not its arguments");
+	lab::fail("unknown call or wrong arguments");
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: watermarks TOLERANCE
 // Compares the adapter's watermark check, for all zones and the orders 0 to 10, with the same rule
-// worked out from /proc/zoneinfo and /proc/pagetypeinfo (which is /proc/buddyinfo by type of
-// block). A running system moves between the readings, so an answer counts only where the state
-// before and the state after it say the same, and no zone is nearer to its mark than TOLERANCE
-// pages. Prints how many answers counted, by what they were.
+// computed from /proc/zoneinfo and /proc/pagetypeinfo (/proc/buddyinfo by type of block). A running
+// system changes between the readings, so an answer counts only if the states before and after it
+// agree and no zone is within TOLERANCE pages of its mark. Prints how many answers counted, by
+// result.
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -36,7 +36,7 @@ std::ifstream open_file(const char *path)
 	std::ifstream file(path);
 
 	if (!file)
-		lab::fail("%s: cannot be read", path);
+		lab::fail("cannot read %s", path);
 	return file;
 }
 
@@ -141,7 +141,7 @@ bool has_block(const zone &z, unsigned int order)
 	return false;
 }
 
-// No answer where it is too close.
+// No answer if it is too close.
 std::optional<bool> has_room(const std::vector<zone> &zones, int index, unsigned int order,
 			     long tolerance)
 {
@@ -160,7 +160,7 @@ std::optional<bool> has_room(const std::vector<zone> &zones, int index, unsigned
 
 		if (above < -tolerance)
 			return false;
-		// An empty zone does not move.
+		// An empty zone does not change.
 		if (z.free == 0 && z.high == 0)
 			return false;
 		if (above <= tolerance)
@@ -203,7 +203,7 @@ int main(int argc, char **argv)
 	tarn_watermark beyond = {zones, 0, 0, 0};
 
 	if (device.call(TARN_IOC_WATERMARK, &beyond) != EINVAL)
-		lab::fail("a zone that there is not is accepted");
+		lab::fail("a zone that does not exist is accepted");
 	std::printf("yes %d no %d open %d\n", yes, no, open);
 	return wrong != 0;
 }

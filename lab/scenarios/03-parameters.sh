@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-only
-# The parameters: those that there are, with their permissions and values, before and after the
-# client starts the subsystems; and the exports, all of which the client links.
+# Checks which parameters exist, with their permissions and values, before and after the client
+# starts the subsystems; and the exports, all of which the client links to.
 . /lab/scenarios/lib.sh
 
 load ember tarn_smmu hook_bridge tarn_mem_adapter
@@ -33,7 +33,7 @@ load tarn_client
 twelfth=$(($(memory MemTotal) / 12))
 sed -i "s/ 1048576/ $twelfth/; s/netlink_init 0/netlink_init 1/; s/init_state 0/init_state 1/" wanted
 show_parameters >got
-diff wanted got || fail "parameters once started"
+diff wanted got || fail "parameters after the start"
 
 for name in netlink_init memtrack_init_state; do
 	refused sh -c "echo 5 >$parameters/$name"
@@ -58,7 +58,7 @@ modprobe tarn_mem_adapter slab_k=77 specified_target=filp
 equal "slab_k given at load" "$(cat "$parameters"/slab_k)" 77
 equal "target given at load" "$(cat "$parameters"/specified_target)" filp
 
-# The exports, as lists made when the guest was packed.
+# The lists of exports were made when the initramfs was built.
 sort >wanted <<END
 find_task_mm
 lmkd_notify

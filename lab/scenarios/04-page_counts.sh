@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 40 s
-# Page counts against /proc, with swap on zram in use, with page cache, shared and locked memory.
-# The tolerance is the program's: the batches in which the kernel moves its counters.
+# Compares page counts with /proc, while swap on zram, page cache, shared and locked memory are in
+# use. page_counts sets the tolerance: the batches in which the kernel updates its counters.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -10,7 +10,7 @@ field() { # NAME of the last comparison
 	sed -n "s/^$1 \(-*[0-9]*\)\$/\1/p" counts
 }
 
-# The counters move while they are read, so one comparison in three has to hold.
+# The counters change while they are read, so one comparison in three must succeed.
 compare() { # WHAT
 	for _ in 1 2 3; do
 		! page_counts >counts || return 0
@@ -54,7 +54,7 @@ compare "with swap in use"
 at_least "zram in use" "$(field zram)" 1500
 at_least "anonymous pages" "$(field anon)" 2000
 
-# The cache of a device lasts as long as the device is open.
+# A device's page cache exists only while the device is open.
 file_before=$(field file)
 echo 8M >/sys/block/zram1/disksize
 undo "exec 5<&-; echo 1 >/sys/block/zram1/reset"
@@ -63,13 +63,13 @@ cat <&5 >/dev/null
 compare "with page cache"
 at_least "growth of file pages" $(($(field file) - file_before)) 2000
 
-# Locked memory counts against the file pages, here to below zero.
+# Locked memory is subtracted from the file pages, here to below zero.
 background hold_memory locked 24 >locker
 await 20 grep -q ready locker
 compare "with locked memory"
 between "file pages" "$(field file)" -10000 -1
 
-# The command line shows the same, unsigned.
+# tarnctl shows the same counts, as unsigned numbers.
 tarnctl pages >shown
 equal "tarnctl pages" "$(cut -d ' ' -f 1 shown | tr '\n' ' ')" \
 	"total_reserve free file anon zram zram_watermark "

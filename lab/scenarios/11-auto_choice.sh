@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 30 s
-# Without a name the module takes the cache whose slabs take most, of those that the kernel cannot
-# shrink by itself, as /proc/slabinfo shows it; a name wins over that.
+# Without a name the module chooses the cache with the largest footprint in /proc/slabinfo, except
+# caches that the kernel can shrink. A name overrides the choice.
 . /lab/scenarios/lib.sh
 
 load_all
 
-# Caches of the same footprint are told apart by their order in a list that is not shown, so all
-# that share the largest count.
+# Ties are broken by the order of a list that is not visible, so every cache with the largest
+# footprint is acceptable.
 largest() {
 	tail -n +3 /proc/slabinfo | while read -r name _ objects size _; do
 		case $name in
@@ -25,7 +25,8 @@ chosen() {
 	klog | sed -n 's/.*tarn_slub_track_on:[0-9]*: slub name\[\(.*\)\] ok$/\1/p' | tail -n 1
 }
 
-# The caches move a little all the time; two readings that agree stand around the choice.
+# Footprints change all the time, so the choice counts only if it was made between two equal
+# readings.
 agrees() {
 	before=$(largest)
 	choice=$(chosen)
@@ -33,7 +34,7 @@ agrees() {
 	echo "$before" | grep -q -x "$choice" || fail "chosen: $choice, largest: $before"
 }
 
-# The growth that is told of a cache which nobody uses meanwhile.
+# The growth that is reported for a cache that nobody uses meanwhile.
 growth_told() { # CACHE
 	kib=$(($(footprint "$1") / 1024))
 	forget_log
@@ -53,7 +54,7 @@ set_target
 await 2 agrees
 no_line get_max_slub "slub track specify target"
 
-# With caches made the largest on purpose. The kernel that checks itself would take minutes.
+# Now with caches that are made the largest on purpose. The debugging kernel would take minutes.
 if [ "$LAB_DEBUG" = 0 ]; then
 	most=$(footprint "$(largest | head -n 1)")
 	echo 16G >/sys/block/zram1/disksize
@@ -68,7 +69,7 @@ if [ "$LAB_DEBUG" = 0 ]; then
 	await 2 growth_told filp
 fi
 
-# What the kernel can shrink is taken by name alone.
+# A cache that the kernel can shrink is chosen only by name.
 for cache in radix_tree_node kmalloc-64 filp; do
 	set_target "$cache"
 	equal "the choice" "$(chosen)" "$cache"
@@ -76,11 +77,11 @@ done
 expect_line get_max_slub "slub track specify target radix_tree_node"
 equal "radix_tree_node" "$(cat /sys/kernel/slab/radix_tree_node/reclaim_account)" 1
 
-# A name that is no cache leaves the choice to the module.
+# A name that matches no cache leaves the choice to the module.
 set_target no_such_cache
 await 2 agrees
 
-# Once on, tracking stays with its target.
+# While tracking is on, it keeps its target.
 set_target filp
 memcheck prepare slab
 memcheck on slab

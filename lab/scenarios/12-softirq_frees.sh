@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 30 s
-# Objects that are freed after a grace period are freed in a soft interrupt, where no task can be
-# named: an empty name, pid 0. All of them are there once the grace period is over.
+# Objects freed after a grace period are freed in a softirq, where there is no task: the name is
+# empty and the pid is 0. All of them must be recorded when the grace period is over.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -9,7 +9,7 @@ set_target vm_area_struct
 memcheck prepare slab
 memcheck on slab
 leak areas vma 2000 close 500 >/dev/null
-# The last grace period, and the callbacks after it.
+# Wait for the last grace period and the callbacks after it.
 sleep 1
 memcheck off slab
 memcheck read >text
@@ -24,7 +24,7 @@ counts() {
 allocated=$(records SLUB_ALLOC '[0-9]+-[0-9]+\) areas' | counts)
 at_least "areas taken" "$allocated" 2000
 freed=$(records SLUB_FREE '0-0\) ' | counts)
-# Frees of other tasks, the memory of this very shell's children, come on top.
+# Frees of other tasks, such as those of this shell's children, are included.
 at_least "areas freed in interrupts" "$freed" 2000
 equal "interrupts that allocate" "$(records SLUB_ALLOC '0-0\) ' | counts)" 0
 grep -q '  .*rcu' text || fail "no grace period in the stacks: $(cat text)"

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 40 s
-# The same hunt read into buffers of odd sizes and into memory that is not there.
+# Reads the same hunt into buffers of odd sizes and into memory that is not mapped.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -13,7 +13,7 @@ equal "readouts cut short, by the log" \
 equal "payloads that did not reach user space" \
 	"$(log_count "$(adapter_line memcheck_kernel_stack_read 'payload copy to user failed')")" 3
 
-# Reading empties: a second readout has nothing to say, and says so.
+# Reading empties the records: a second readout is empty and logs that.
 forget_log
 memcheck read >text
 [ ! -s text ] || fail "read twice: $(cat text)"

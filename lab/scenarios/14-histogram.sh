@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 3
 # limit: 60 s
-# The kernel's own count of the same events: histograms of the tracepoints, keyed by stack and task,
-# against the tracker. Where tasks are told apart there is no tolerance: the programs pause often
-# enough for the drain threads to keep up, so that no event is dropped, and both count from before
-# the programs start until after they have ended.
+# Compares the tracker with the kernel's own counts of the same events: histograms of the
+# tracepoints, keyed by stack and task. Where tasks are distinguished there is no tolerance: the
+# programs pause often enough for the drain threads to keep up, so no event is dropped, and both
+# count from before the programs start until after they end.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -22,10 +22,10 @@ track() { # CACHE
 	memcheck on slab
 }
 
-# A shell that becomes a program opens files under the program's number, hence the names.
+# A shell that execs a program opens files under the program's pid, so tasks are compared by name.
 histogram kmem_cache_alloc 'call_site.function == alloc_empty_file && comm ~ "wkr-*"'
 histogram kmem_cache_free 'name == "filp" && comm ~ "wkr-*"'
-# More than a ring holds, but where each takes a millisecond.
+# More events than a ring holds, spread over enough time.
 files=$((LAB_DEBUG ? 5000 : 9000))
 track filp
 {
@@ -41,12 +41,12 @@ memcheck read >text
 
 hist_compare text SLUB_ALLOC alloc alloc_empty_file wkr- >result || fail "$(cat result)"
 equal "compared" "$(cat result)" "agreed on $((files + 1800)) events in 4 callers"
-# Not more than three tasks, since a readout shows no more of them for one stack.
+# At most three tasks, since a readout shows no more per stack.
 hist_compare text SLUB_FREE free __fput wkr- >result || fail "$(cat result)"
 equal "compared" "$(cat result)" "agreed on $((files + 1800)) events in 3 callers"
 
-# Frees in interrupts have no task, so those of the commands that switch both on and off count along:
-# a few dozen areas each.
+# Frees in interrupts have no task, so the commands that switch both on and off are counted too: a
+# few dozen areas each.
 eval "$undo_list"
 undo_list=
 histogram kmem_cache_free 'name == "vm_area_struct"'

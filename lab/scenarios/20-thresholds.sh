@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 30 s
-# The four predicates over the thresholds, against what the kernel says its memory is.
+# Checks the four threshold predicates against the kernel's own memory counts.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -16,7 +16,8 @@ high="slab_k=4294967295 vmalloc_k=4294967295 slab_leak_k=4294967295 vmalloc_leak
 	tarnctl thresholds set $high >/dev/null
 }
 
-# Close to the kernel's own numbers: 2 MiB below and above, which is more than the guest moves.
+# Thresholds 2 MiB below and above the kernel's own numbers, which is more than the guest changes
+# meanwhile.
 slab=$(memory SUnreclaim)
 tarnctl thresholds set slab_k=$((slab - 2048)) slab_leak_k=$((slab + 2048)) >/dev/null
 equal "between the slab thresholds" "$(memcheck leaks)" 1

@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 30 s
-# While vmalloc tracking is on, new areas carry the stack that made them, shown in the kernel's own
-# list under each of them; areas from before and from after do not.
+# While vmalloc tracking is on, new areas carry the stack that allocated them, and the kernel's list
+# shows it under each of them. Areas from before and after do not have one.
 . /lab/scenarios/lib.sh
 
 load_all
 
-# Of each stamped area: its range, size and pages as the list itself has them and as the adapter
-# prints them, the number of frames it speaks of and of those that follow, and the frames.
+# Prints for each stamped area: its range, size and pages from the list itself, size and pages as
+# the adapter prints them, the announced and the actual number of frames, and the frames.
 stamped() {
 	awk '
 		function flush() { if (area != "") print area, told, frames, stack; area = "" }
@@ -39,12 +39,12 @@ memcheck off vmalloc
 stamped >areas
 # RANGE SIZE PAGES SIZE PAGES FRAMES FRAMES TAG FRAME...
 awk '$2 != $4 || $3 != $5 || $6 != $7 || $6 < 3 || $8 !~ /^0x12345678[0-9a-f]+$/' areas >wrong
-[ ! -s wrong ] || fail "areas and what is printed of them: $(cat wrong)"
+[ ! -s wrong ] || fail "areas whose figures differ: $(cat wrong)"
 equal "tables of swap devices" "$(grep -c 'vzalloc.* disksize_store+.* vfs_write+' areas)" 4
 awk '{ for (i = 9; i <= NF; i++) if ($i !~ /^[a-zA-Z_].*\+0x[0-9a-f]+\/0x[0-9a-f]+$/) print }' areas >wrong
 [ ! -s wrong ] || fail "frames without a symbol: $(cat wrong)"
 
-# Stamped areas stay so, new ones are not.
+# Stamped areas stay stamped; new ones are not stamped.
 equal "after tracking" "$(stamped | wc -l)" "$(wc -l <areas)"
 for _ in 1 2 3; do
 	add_zram
@@ -52,7 +52,7 @@ for _ in 1 2 3; do
 done
 equal "new areas after tracking" "$(stamped | wc -l)" "$(wc -l <areas)"
 
-# The list is read over and over while areas come and go.
+# Read the list again and again while areas come and go.
 echo 1 >"$parameters"/vmalloc_track_flag
 undo "echo 1 >/sys/block/zram1/reset"
 background sh -c "while :; do
@@ -64,6 +64,6 @@ for _ in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15; do
 done
 echo 0 >"$parameters"/vmalloc_track_flag
 
-# With the adapter gone the list shows no more stacks.
+# Without the adapter the list shows no stacks.
 unload tarn_client tarn_mem_adapter
 equal "without the adapter" "$(stamped | wc -l)" 0

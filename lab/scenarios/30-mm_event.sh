@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 2
 # limit: 60 s
-# Reports to the event service: when, with which items, and what they count.
+# Reports to the event service: when they are sent, which items they have, and what those count.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -13,7 +13,7 @@ reports() {
 has_reports() { # COUNT
 	[ "$(reports)" -eq "$1" ]
 }
-# Waits for COUNT reports, and then for no further one.
+# Waits for COUNT reports, then checks that no further one follows.
 expect_reports() { # WHAT COUNT
 	await 5 has_reports "$2"
 	sleep 0.1
@@ -29,7 +29,7 @@ for text in x "" " " 1x 0x10 99999999999 "1 2" --1; do
 	for control in enabled level; do
 		refused sh -c "echo '$text' >$controls/$control"
 		grep -q -E 'Invalid argument|Numerical result|out of range' refused ||
-			fail "$control refuses '$text' by: $(cat refused)"
+			fail "$control rejects '$text' with: $(cat refused)"
 	done
 done
 equal "after refusals" "$(cat $controls/enabled $controls/level | tr '\n' ' ')" "0 0 "
@@ -61,7 +61,7 @@ equal "appId" "$(item appId)" 31000402203
 equal "eventName" "$(item eventName)" memory_event
 between "free_page" "$(item free_page)" 1 $(($(memory MemTotal) / 4))
 
-# What other modules count, with the event service away for a while.
+# Events that other modules count, while the event service is unavailable for a time.
 memcheck event 0 3
 memcheck event 5 2
 memcheck event 8
@@ -70,7 +70,7 @@ echo 1 >/sys/module/ember/parameters/refuse
 undo "echo 0 >/sys/module/ember/parameters/refuse"
 echo 1 >$controls/enabled
 await 5 log_has "lumen event is error"
-equal "reports of a service that is away" "$(reports)" 5
+equal "reports of an unavailable service" "$(reports)" 5
 echo 0 >$controls/enabled
 memcheck event 0
 echo 0 >/sys/module/ember/parameters/refuse
@@ -78,8 +78,8 @@ echo 1 >$controls/enabled
 expect_reports "with the service back" 6
 equal "counted events" "$(item record_event)" "4 0 0 0 0 2 0 0"
 
-# What the kernel counts: as much page cache as it takes to wake kswapd. No tolerance: nothing else
-# is under way when the counters are read.
+# Events that the kernel counts: fill the page cache until kswapd wakes. No tolerance, since nothing
+# else is running when the counters are read.
 vm() {
 	awk -v sum=0 "/^($1) / { sum += \$2 } END { print sum }" /proc/vmstat
 }
@@ -102,7 +102,7 @@ at_least "rounds of kswapd" "$kswapd" 1
 equal "kswapd_cnt" "$(item kswapd_cnt)" "$kswapd"
 equal "direct_reclaim_cnt" "$(item direct_reclaim_cnt)" "$stalls"
 
-# The counters have begun anew, and the module can go while it reports.
+# The counters have restarted, and the module can be unloaded while it reports.
 echo 0 >$controls/enabled
 echo 1 >$controls/enabled
 expect_reports "the last" 9

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 30 s
-# Calls that nobody should make, with the errors and the lines in the kernel log that they get.
+# Invalid calls, with the errors they return and the lines they leave in the kernel log.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -22,10 +22,10 @@ expect_line tarn_process_set_th "copy from user failed"
 expect_line tarn_process_get_val "copy from user failed"
 expect_line tarn_process_get_val "copy to user failed"
 
-# Still in order.
+# Tracking still works.
 set_target filp
 memcheck prepare slab
 memcheck on slab
 leak after file 77 closed >/dev/null
 memcheck off slab
-memcheck read | grep -q '(77/.* after\]$' || fail "tracking has suffered"
+memcheck read | grep -q '(77/.* after\]$' || fail "tracking no longer works"

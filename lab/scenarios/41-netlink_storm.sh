@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 40 s
-# A storm of datagrams that are no handshake: each whole one is told in the log, nobody is answered,
-# and lmkd stays the one that is notified.
+# A storm of datagrams that are not handshakes: each complete one is logged, none is answered, and
+# lmkd remains the one that is notified.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -19,4 +19,4 @@ equal "other lines of the channel" \
 	"$(klog | grep MEM_ADAPTER | grep -c -v -E ': (type: [0-9]+ not supported|message of [0-9]+ bytes ignored)$' || true)" 0
 memcheck notify 42
 wait "$watcher" || fail "watch: $(cat heard)"
-grep -q 42 heard || fail "not told: $(cat heard)"
+grep -q 42 heard || fail "not notified: $(cat heard)"

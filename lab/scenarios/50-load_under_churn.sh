@@ -1,14 +1,14 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 90 s
-# Loads and unloads while eight processes allocate and free as fast as they can, with CMA ranges
-# coming and going and a page pinned without end, and with tracking switched on and off, read and
+# Loads and unloads the modules while eight processes allocate and free as fast as they can, CMA
+# ranges come and go, a page is pinned over and over, and tracking is switched on and off, read and
 # abandoned all the time.
 . /lab/scenarios/lib.sh
 
-# The adapter probes a function of this module, which therefore goes after it.
+# The adapter probes a function of this module, so this module is unloaded after it.
 load pin_bridge
 undo "unload_all; rmmod pin_bridge"
-# First, since it looks for its page by filling the memory.
+# Start this first: it fills the memory to find its page.
 fill_memory 120000
 background pin pinner storm camera >pinned
 await 20 grep -q 0x pinned
@@ -44,13 +44,13 @@ while [ "$round" -lt 4 ]; do
 	expect_line show_pinner 'pinner try_grab_folio \[0x'
 	memcheck prepare slab
 	memcheck on slab
-	# Every second time the adapter goes while it records, else with what it has recorded.
+	# Every second time the adapter is unloaded while it records, otherwise with records left.
 	[ $((round % 2)) -eq 0 ] || memcheck off slab
-	unload_all || fail "round $round: does not unload"
+	unload_all || fail "round $round: cannot unload"
 	round=$((round + 1))
 done
 
-# Switched by several at once.
+# Several processes switch tracking at once.
 load_all
 set_target filp
 for _ in 1 2 3 4; do
@@ -65,7 +65,7 @@ for _ in 1 2 3 4; do
 	switchers="${switchers:-} $!"
 done
 for switcher in $switchers; do
-	wait "$switcher" || fail "a switch has failed"
+	wait "$switcher" || fail "a switch failed"
 done
 equal "tracking at the end" "$(cat "$parameters"/slub_track_flag)" 0
 equal "drain threads" "$(cat /proc/[0-9]*/comm 2>/dev/null | grep -c '^slub-')" 2

@@ -2,7 +2,7 @@
 # lane: 2
 # limit: 40 s
 # Who holds CMA memory: records and their stacks, failures, the usage warning and its target. Ranges
-# come from the kernel's own CMA files and from a DMA heap.
+# are allocated through the kernel's own CMA files and a DMA heap.
 . /lab/scenarios/lib.sh
 
 cma=/sys/kernel/debug/cma
@@ -31,7 +31,7 @@ for area in linux,cma camera; do
 	equal "records of $area" "$(records $area)" 0
 done
 
-# Taken and given back, each area for itself.
+# Allocate and free ranges; the areas are independent.
 for pages in 16 32 64; do
 	echo $pages >$cma/linux,cma/alloc
 done
@@ -55,7 +55,8 @@ klog | cma_agree linux,cma before >/dev/null || fail "records and bitmap differ"
 show camera
 equal "records of the other area" "$(records camera)" 1
 
-# More than there is: the summary at each failure, the listing once an interval.
+# Allocate more than there is: each failure logs the summary, and the listing comes once per
+# interval.
 forget_log
 for i in 1 2 3; do
 	refused sh -c "echo $(($(field camera count) + 1 - i)) >$cma/camera/alloc"
@@ -64,7 +65,7 @@ equal "failures" "$(log_count "$(adapter_line vh_cma_alloc 'detect cma_alloc fai
 equal "summaries" "$(log_count "$(adapter_line show_brief 'camera .*req:[1-9]')")" 3
 equal "listings" "$(records camera)" 1
 
-# The warning: at the first allocation after which more than the limit is used, once.
+# The warning comes once, at the first allocation that exceeds the limit.
 limit=$(($(field linux,cma count) / 1024 * 850))
 warning=$(adapter_line cma_show_when_exceed 'cma warn linux,cma has been used exceed 850/1024')
 fill() { # PAGES
@@ -81,7 +82,8 @@ equal "warnings above it" "$(log_count "$warning")" 1
 echo 1 >$cma/linux,cma/alloc
 equal "warnings later" "$(log_count "$warning")" 1
 
-# Another target is looked up and checked at its next allocation; back again, it warns again.
+# A new target is looked up and checked at its next allocation. When the first target is set again,
+# it warns again.
 printf camera >$parameters/cma_target
 echo 300 >$parameters/cma_warn_limit_permillage
 forget_log
@@ -99,7 +101,7 @@ printf linux,cma >$parameters/cma_target
 echo 1 >$cma/linux,cma/alloc
 expect_line cma_show_when_exceed 'cma warn linux,cma has been used exceed 300/1024'
 
-# Each step with its stack, for who wants it.
+# On request, each step is logged with its stack.
 forget_log
 echo 1 >$parameters/cma_show_backtrace
 echo 2 >$cma/camera/alloc
@@ -108,8 +110,8 @@ expect_line add_cma_stackinfo 'camera \[[0-9]+-[0-9]+\] add'
 expect_line __check_and_del 'camera \[[0-9]+-[0-9]+\] del'
 expect_line get_track_stack_handle ' +cma_free_write'
 
-# The command line's picture of the area: all that is used is tracked, of one owner, and the map, of
-# which a character stands for four pages, is the kernel's bitmap.
+# tarnctl's picture of the area: all used pages are tracked and have one owner, and the map, with
+# one character for four pages, matches the kernel's bitmap.
 show camera
 base=$(field camera base_pfn)
 count=$(field camera count)
@@ -119,7 +121,7 @@ tarnctl cma camera >picture
 in_picture() { # EXTENDED REGEX of a line
 	grep -E -q -x -- "$1" picture || {
 		cat picture
-		fail "not in the picture: $1"
+		fail "missing from the picture: $1"
 	}
 }
 at_least "ranges" "$ranges" 4
@@ -139,7 +141,7 @@ equal "map" "$(sed -n 's/^  *[0-9]*  \([.#+x?]*\)$/\1/p' picture | tr -d '\n')" 
 		}
 	}')"
 for area in linux,cma camera; do
-	# All that these files have taken; the kernel's own stays.
+	# Free everything that these files allocated; the kernel's own allocations remain.
 	field $area count >$cma/$area/free
 	show $area
 	equal "records of $area" "$(records $area)" 0

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 3
 # limit: 60 s
-# Pins of CMA pages, by the kernel's own pin test. One line in 5 s, so what must not be reported comes
-# first, while a line could be written.
+# Pins CMA pages with the kernel's own pin test. The adapter logs at most one line per 5 s, so pins
+# that must not be reported come first, while a line could still be logged.
 . /lab/scenarios/lib.sh
 
 reported() { # TASK FUNCTION PAGE
@@ -17,7 +17,7 @@ next_interval() {
 
 fill_memory 120000
 
-# This kernel has no try_grab_page: the probe before it stays, the one behind it is not tried.
+# This kernel has no try_grab_page: the probe before it stays, the one after it is not tried.
 load ember tarn_smmu hook_bridge tarn_mem_adapter
 expect_line pin_track_init 'folio_add_pin_kp Planted kprobe at 0x'
 log_has 'try_grab_page_kp register_kprobe failed, returned -2$' || fail "no try_grab_page_kp line"
@@ -25,7 +25,7 @@ log_has 'try_grab_page_kp register_kprobe failed, returned -2$' || fail "no try_
 unload tarn_mem_adapter
 forget_log
 
-# With a function of that name all three are there.
+# With a function of that name all three probes are there.
 load pin_bridge tarn_mem_adapter
 undo "rmmod tarn_mem_adapter; rmmod pin_bridge"
 for probe in folio_add_pin try_grab_page try_grab_folio; do

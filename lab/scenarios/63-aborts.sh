@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 40 s
-# The switches that end madvise passes and compaction early: the kernel's own work with them off, and
-# none of it with them on.
+# The switches that end madvise passes and compaction early: with them off the kernel does its work,
+# with them on it does none.
 . /lab/scenarios/lib.sh
 
 add_zram

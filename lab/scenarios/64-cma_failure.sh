@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 3
 # limit: 40 s
-# What is told of the pages where an allocation failed: the free blocks up to the first page that is
-# taken, and three pages from there on as the kernel itself shows them. The kernel moves what is in
-# the way of an allocation, so a page of the area is held where it is.
+# What is logged about the pages of a failed allocation: the free blocks up to the first page in
+# use, and three pages from there on, as the kernel dumps them. The kernel moves pages that are in
+# the way of an allocation, so the test holds one in its place.
 . /lab/scenarios/lib.sh
 
 cma=/sys/kernel/debug/cma/camera
@@ -29,7 +29,7 @@ next=$base
 while read -r first last; do
 	equal "first page of a free block" "$((first))" "$next"
 	next=$((last + 1))
-	# Blocks are of 2^n pages, each at a multiple of its size.
+	# A block has 2^n pages and is aligned to its size.
 	size=$((next - first))
 	equal "pages of a free block" $((size & (size - 1) | (first & (size - 1)))) 0
 done <blocks
@@ -39,7 +39,7 @@ equal "pages shown" "$(sed -n 's/.*page: refcount:.* pfn:\(0x[0-9a-f]*\)$/\1/p' 
 	"$(printf '0x%x 0x%x 0x%x ' $held $((held + 1)) $((held + 2)))"
 equal "reasons" "$(log_count 'page dumped because: cma_alloc fail$')" 3
 
-# Nothing else was in the way.
+# Nothing else is in the way.
 kill $pid
 wait $pid || true
 forget_log

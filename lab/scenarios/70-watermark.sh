@@ -1,17 +1,18 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 4
 # limit: 60 s
-# The watermark check for every zone and the orders 0 to 10, against the rule worked out from
-# /proc/zoneinfo and /proc/pagetypeinfo, in a guest with a normal and a movable zone. A zone's
-# count and its true number of free pages differ by what two processors keep to themselves, at most
-# 125 pages each: answers within 250 pages of a mark do not count, nor those whose state changes
-# around them. At most one in four may be left open that way.
+# Compares the watermark check for every zone and the orders 0 to 10 with the same rule computed
+# from /proc/zoneinfo and /proc/pagetypeinfo, in a guest with a normal and a movable zone. A zone's
+# count can differ from its true number of free pages by what two processors have not added yet, at
+# most 125 pages each. Answers within 250 pages of a mark therefore do not count, nor do answers
+# whose state changed meanwhile. At most one answer in four may be left open for these reasons.
 . /lab/scenarios/lib.sh
 
 load_all
 services gfp
 
-# What the marks are made of: a least amount, and a share of each zone in 10000 between two marks.
+# Sets what the watermarks are computed from: a minimum, and the distance between two marks in
+# 10000ths of a zone.
 set_marks() { # KIB SHARE
 	echo "$1" >/proc/sys/vm/min_free_kbytes
 	echo "$2" >/proc/sys/vm/watermark_scale_factor
@@ -27,13 +28,13 @@ compare() { # WHAT
 	at_least "$1: answers that count" "$((yes + no))" "$((open * 3))"
 }
 
-# Nothing below the 32-bit zone is ever judged: 22 answers are always yes.
+# Zones below the 32-bit one are never judged: 22 answers are always yes.
 set_marks 1024 10
 compare "low marks"
 at_least "low marks: room" "$yes" 33
 at_least "low marks: no room" "$no" 2
 
-# Free memory mostly in single pages, in all zones above the 32-bit one.
+# Leave free memory mostly in single pages, in all zones above the 32-bit one.
 kib=$(awk '$1 == "Node" { zone = $4 } zone != "DMA32" && $1 == "managed" { n += $2 * 4 }
 	END { print n }' /proc/zoneinfo)
 background fragment $((kib / 1024)) >fragments
@@ -45,7 +46,7 @@ set_marks 1024 3000
 compare "high marks"
 equal "high marks: room" "$yes" 22
 
-# The command line tells by its status.
+# tarnctl reports the answer in its exit status.
 tarnctl watermark --zone 0 --order 9 >result
 grep -q '^zones up to 0, order 9: room$' result || fail "$(cat result)"
 status=0

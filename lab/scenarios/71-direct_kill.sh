@@ -1,17 +1,17 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 60 s
-# The killer on real processes. A process's size is what the kernel's counters say without what
-# each processor has not added to them: up to 31 pages in two processors and three counters, so
-# /proc, which adds them up, may differ by 186 pages. The processes differ by more.
+# Runs the killer on real processes. A process's size is what the kernel's counters say, without
+# what each processor has not added to them yet: up to 31 pages for each of two processors and three
+# counters. /proc does add these, so it may differ by 186 pages. The processes differ by more.
 #
-# A victim that has not ended yet is as large as before: a later pass of the same call takes it again,
-# and counts it again, when it finds it behind a smaller process. Processes are found in the order
-# in which they were started, so a smaller one that shall be next is started later.
+# A victim that has not exited yet still has its size: a later pass of the same call takes and
+# counts it again if it comes after a smaller process. Processes are found in the order in which
+# they were started, so a smaller one that should be next is started later.
 . /lab/scenarios/lib.sh
 
 load_all
 
-# spawn ADJ PROGRAM ARGUMENT...: its number in $pid.
+# spawn ADJ PROGRAM ARGUMENT...: starts a process and sets $pid.
 spawn() {
 	adjust=$1
 	shift
@@ -35,10 +35,11 @@ swapped() { # PID: pages
 	awk '$1 == "VmSwap:" { print $2 / 4 }' "/proc/$1/status"
 }
 
-# kill_pages OPTION... PAGES: the victims' pages in $killed, their numbers in order in $victims.
+# kill_pages OPTION... PAGES: sets $killed to the victims' pages and $victims to their pids in
+# order.
 kill_pages() {
 	forget_log
-	tarnctl kill --yes --json "$@" >result || equal "status of a kill in vain" $? 1
+	tarnctl kill --yes --json "$@" >result || equal "status of a kill without a victim" $? 1
 	killed=$(sed -n 's/.*"killed_pages": \([0-9]*\).*/\1/p' result)
 	victims=$(klog | sed -n 's/.*\[MEM_ADAPTER\] tarn_selected:[0-9]*: kill task is .* PID is \([0-9]*\)$/\1/p' |
 		tr '\n' ' ')
@@ -62,14 +63,14 @@ alive() { # WHAT PID...
 	done
 }
 
-# Larger than all that may die.
+# Larger than all possible victims.
 spawn 599 hold_memory anon 24
 bystanders=$pid
 spawn 0 hold_memory anon 26
 bystanders="$bystanders $pid"
 spawn -1000 hold_memory shared 16
 bystanders="$bystanders $pid"
-# A wait that no plain signal ends.
+# This one sleeps so that only fatal signals wake it.
 spawn 900 odd_process waiting 22
 child=$(sed -n 's/^ready //p' started)
 bystanders="$bystanders $pid"
@@ -85,10 +86,10 @@ equal "nobody to kill: victims" "$victims" ""
 for _ in 0 1; do
 	status=0
 	tarnctl kill --yes 0 >/dev/null || status=$?
-	equal "status of a kill in vain" "$status" 1
+	equal "status of a kill without a victim" "$status" 1
 done
 
-# The largest alone, whatever its score; then as many as it takes.
+# Only the largest is killed, whatever its score; then as many as it takes.
 spawn 800 hold_memory anon 4 shared 6
 middle=$pid
 spawn 600 hold_memory anon 14
@@ -107,7 +108,7 @@ equal "more than the largest: victims" "$victims" "$middle $small"
 between "more than the largest: pages" "$killed" $((sum - 372)) $((sum + 372))
 dead "$middle" "$small"
 
-# One that is not enough is told twenty times, and counts once.
+# A victim that is too small for the target is logged twenty times and counts once.
 spawn 700 hold_memory anon 5
 size=$(resident "$pid")
 kill_pages 1000000
@@ -117,7 +118,8 @@ equal "one for twenty passes: victims" "$victims" "$(for _ in 1 2 3 4 5 6 7 8 9 
 done | tr '\n' ' ' | sed 's/ $//')"
 dead "$pid"
 
-# Two that are not enough: only they die, the larger one first, in twenty passes.
+# Two victims that are too small for the target: only they die, the larger one first, in twenty
+# passes.
 spawn 700 hold_memory anon 5
 first=$pid
 spawn 700 hold_memory anon 4
@@ -128,16 +130,16 @@ equal "two for twenty passes: lines" "$(echo "$victims" | wc -w)" 20
 equal "two for twenty passes: who" "$(echo "$victims" | tr ' ' '\n' | sort -u | wc -l)" 2
 dead "$first" "$second"
 
-# A target of nothing is reached after one pass.
+# A target of zero pages is reached after one pass.
 spawn 700 hold_memory anon 4
 kill_pages 0
 equal "no target: victims" "$victims" "$pid"
 dead "$pid"
 
-# A process whose first thread has ended is found by the one that lives.
+# A process whose first thread has exited is found through its living thread.
 spawn 700 odd_process leaderless 4
 thread=$(sed -n 's/^ready //p' started)
-[ "$thread" != "$pid" ] || fail "the first thread is alive"
+[ "$thread" != "$pid" ] || fail "the first thread is still alive"
 equal "thread of a process without its first" "$(services find "$pid")" "$thread"
 equal "thread of a whole process" "$(services find $$)" $$
 refused services find 2
@@ -146,7 +148,7 @@ kill_pages 1
 equal "leaderless: victims" "$victims" "$thread"
 dead "$pid"
 
-# By swapped pages: what is resident has no say.
+# By swapped pages, resident pages do not matter.
 echo 64M >/sys/block/zram0/disksize
 mkswap /dev/zram0 >/dev/null
 swapon /dev/zram0

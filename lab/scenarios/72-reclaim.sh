@@ -1,15 +1,14 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # limit: 60 s
-# Reclaim, drops and compaction, by what /proc/meminfo, mincore and /proc/buddyinfo say. A drop
-# passes over pages that a processor still has in the batch it is about to put on the LRU lists:
-# at most 31 a processor, and 62 pages here. Other counts move by what the guest does meanwhile,
-# which stays below 1 MiB.
+# Checks reclaim, drops and compaction against /proc/meminfo, mincore and /proc/buddyinfo. A drop
+# skips pages that a processor still holds in the batch for the LRU lists: at most 31 per processor,
+# 62 pages here. Other counts change by less than 1 MiB through the guest's own activity.
 . /lab/scenarios/lib.sh
 
 load_all
 echo 32M >/sys/block/zram1/disksize
 undo "echo 1 >/sys/block/zram1/reset"
-# Nothing is written back but by reclaim: a device that is new to it may have few dirty pages.
+# Only reclaim writes back pages. Without min_ratio a new device could have only a few dirty pages.
 echo 90 >/sys/block/zram1/bdi/min_ratio
 undo "echo 0 >/sys/block/zram1/bdi/min_ratio"
 for knob in dirty_writeback_centisecs dirty_expire_centisecs; do
@@ -27,7 +26,7 @@ shown() { # before|after NAME of tarnctl's last result
 		on && $1 == name { print $2 + 0; exit }' result
 }
 
-# The page cache of a block device: clean pages go, mapped and dirty ones stay.
+# The page cache of a block device: clean pages are dropped, mapped and dirty ones stay.
 cache_parts /dev/zram1 drop >parts
 for name in clean mapped dirty; do
 	equal "$name before the drop" "$(part ${name}_before)" 2048
@@ -36,7 +35,7 @@ between "clean after the drop" "$(part clean_after)" 0 62
 equal "mapped after the drop" "$(part mapped_after)" 2048
 equal "dirty after the drop" "$(part dirty_after)" 2048
 
-# Reclaim takes from the clean ones, and says how much; with more orders than one.
+# Reclaim takes clean pages and reports how many; try several orders.
 trace=$tracing/events/vmscan/mm_vmscan_direct_reclaim_begin/enable
 echo >"$tracing"/trace
 echo 1 >"$trace"
@@ -46,19 +45,19 @@ for bytes in 4096 4097 4194304; do
 	cache_parts /dev/zram1 reclaim $bytes >parts
 	stolen=$(($(awk '$1 == "pgsteal_direct" { print $2 }' /proc/vmstat) - stolen))
 	at_least "reclaimed for $bytes" "$(part reclaimed)" 1
-	# What it reports has slab pages in it, too; for a large block that compaction can make, it
-	# takes nothing and reports 1.
+	# The reported number includes slab pages. For a large block that compaction can provide,
+	# reclaim takes nothing and reports 1.
 	between "reclaimed for $bytes, by the kernel" "$stolen" $((bytes < 65536)) "$(part reclaimed)"
 	equal "PF_MEMALLOC after the reclaim" "$(part memalloc)" 0
 done
 equal "orders" "$(sed -n 's/.*cache_parts-.*order=\([0-9]*\) .*/\1/p' "$tracing"/trace | tr '\n' ' ')" \
 	"0 1 10 "
 equal "flags of the reclaim" "$(grep -c "cache_parts-.*GFP_HIGHUSER_MOVABLE" "$tracing"/trace)" 3
-tarnctl reclaim 4K >result || equal "status of a reclaim in vain" $? 1
+tarnctl reclaim 4K >result || equal "status of a reclaim without result" $? 1
 grep -q '^asked for 4096 bytes, reclaimed [0-9]* pages$' result || fail "$(cat result)"
 refused tarnctl reclaim much
 
-# Slab: a walk through sysfs leaves entries and inodes behind. They are freed after a grace period.
+# Slab: a walk through sysfs leaves dentries and inodes behind. They are freed after a grace period.
 find /sys/devices /sys/kernel /sys/module >/dev/null
 tarnctl drop slab --json >result
 before=$(shown before SReclaimable)
@@ -68,7 +67,7 @@ dropped() { # KIB
 }
 await 5 dropped 1024
 
-# The page cache in the kernel's sums, on a device that stays open.
+# The page cache in the kernel's totals, on a device that stays open.
 exec 5</dev/zram1
 undo "exec 5<&-"
 cat <&5 >/dev/null
@@ -79,8 +78,8 @@ refused tarnctl drop everything
 tarnctl drop all >result
 grep -q '^dropped: all$' result || fail "$(cat result)"
 
-# Single pages are free all over the memory; compaction makes large blocks of a third of them at
-# least. What it frees goes to the processors first, which shall not keep thousands of pages.
+# Single free pages are scattered all over memory; compaction must make large blocks of at least a
+# third of them. Freed pages first go to per-CPU lists, which must not keep thousands of them.
 fraction=/proc/sys/vm/percpu_pagelist_high_fraction
 undo "echo $(cat $fraction) >$fraction"
 echo 100000 >$fraction

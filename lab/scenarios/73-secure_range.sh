@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # lane: 4
 # limit: 60 s
-# Ranges of the linear map, in a block of 4 MiB that the client owns: changed, seen in the kernel's
-# page table dump, felt by reads and writes that fault and are survived, and restored.
+# Ranges of the linear map in a 4 MiB block that the client owns are changed, checked in the
+# kernel's page table dump and by reads and writes that fault harmlessly, and restored.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -16,7 +16,7 @@ page_at() { # PAGE: its address
 	printf '0x%016x' $((address + $1 * 4096))
 }
 
-# The line of the dump that has the address of a page.
+# The line of the dump that covers the address of a page.
 entry_of() { # PAGE
 	awk -v at="$(page_at "$1")" '{
 		split($1, range, "-")
@@ -24,7 +24,7 @@ entry_of() { # PAGE
 	}' $dump
 }
 
-entry_is() { # WHAT PAGE WORD...: the words that its line has
+entry_is() { # WHAT PAGE WORD...: checks that its line has these words
 	entry=$(entry_of "$2")
 	what=$1
 	shift 2
@@ -42,7 +42,7 @@ echo "before: $(entry_of 0)"
 entry_is "before" 0 PGD RW NX BLK
 equal "page 511" "$(services peek 511)" 511
 
-# Two pages of a block become read-only: the block is split, its other pages stay as they were.
+# Two pages of a block become read-only: the block is split, and its other pages are unchanged.
 services range 100 2 100 read-only
 entry_is "read-only" 100 PTE ro NX
 entry_is "read-only" 101 PTE ro
@@ -65,7 +65,7 @@ services poke 100 1100
 equal "written when restored" "$(services peek 100)" 1100
 services poke 100 100
 
-# A whole block is changed in place. (One of a contiguous run would be left alone.)
+# A whole block is changed in place. (One in a contiguous run would be left alone.)
 services range 512 512 512 read-only
 entry_is "a whole block" 512 2M PMD ro BLK
 faults poke 1023 1
@@ -74,7 +74,7 @@ entry_is "a whole block, restored" 512 RW BLK
 services poke 1023 1023
 services poke 512 512
 
-# Without a mapping at all, across the border of two blocks.
+# Remove the mapping, across the border of two blocks.
 services range 510 4 510 none
 for page in 510 511 512 513; do
 	faults peek $page
@@ -88,7 +88,7 @@ for page in 510 511 513; do
 	equal "page $page" "$(services peek $page)" $page
 done
 
-# Onto other frames: what is read there, and what is written goes there.
+# Map to other frames: reads show their contents, and writes go to them.
 services range 10 3 20 ordinary
 for page in 10 11 12; do
 	equal "another frame" "$(services peek $page)" $((page + 10))
@@ -98,10 +98,10 @@ equal "through the other address" "$(services peek 21)" 4711
 services range 10 3 10 ordinary
 equal "the frame itself" "$(services peek 11)" 11
 
-# The same once more: tables stay, and nothing is split again.
+# Once more: the tables are still there, and nothing is split again.
 services range 100 2 100 read-only
 faults poke 100 1
-# Unloading gives the block back as ordinary memory.
+# Unloading frees the block as ordinary memory.
 unload tarn_client
 entry_is "given back" 100 PTE RW NX
 no_line tarn_change_secpage_range ".*"

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-only
-# Page flags on a scatter table, and a DMA heap's buffer mapped for a device that the platform's
-# IOMMU module serves or does not serve.
+# Page flags on a scatter table, and a DMA heap's buffer mapped for a device with and without the
+# platform's IOMMU module.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -9,7 +9,7 @@ equal "one page each" "$(services flags 400 4096 set)" 400
 equal "again" "$(services flags 400 4096 set)" 400
 equal "no table" "$(services flags 0 4096 clear)" 400
 equal "less than a page" "$(services flags 400 4095 clear)" 400
-# Every third page of the block begins an entry; every second one has the flag, as far as 800.
+# Entries start at every third page of the block; every second page gets the flag, up to page 800.
 equal "a page and a bit, cleared" "$(services flags 100 8191 clear)" 350
 equal "all that were set" "$(services flags 400 4096 clear)" 0
 equal "entries of many pages" "$(services flags 60 65536 set)" 960
@@ -33,7 +33,7 @@ map dev=tarn_test_heap dir=0 attrs=$attrs
 unmap dev=tarn_test_heap dir=0 attrs=$attrs
 END
 	diff wanted got || fail "calls of the IOMMU module"
-	# The same buffer and table both times.
+	# Both calls must get the same buffer and table.
 	equal "objects" "$(cut -d ' ' -f 3,4 $calls | sort -u | wc -l)" 1
 done
 echo >$calls

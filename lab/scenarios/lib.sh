@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-only
 # shellcheck shell=sh disable=SC2034
-# What the scenarios share. A scenario runs under "sh -eu": a check that fails ends it, and the trap
-# below takes back what it has set up, whatever happened.
+# Code shared by the scenarios. A scenario runs under "sh -eu": a failed check ends it, and the trap
+# below then undoes what it has set up.
 
 parameters=/sys/module/tarn_mem_adapter/parameters
 events=/sys/kernel/debug/ember/events
@@ -21,28 +21,28 @@ at_least() { # WHAT GOT WANTED
 	[ "$2" -ge "$3" ] || fail "$1: got $2, wanted at least $3"
 }
 
-# LOW and HIGH belong to the range.
+# The range includes LOW and HIGH.
 between() { # WHAT GOT LOW HIGH
 	if [ "$2" -lt "$3" ] || [ "$2" -gt "$4" ]; then
 		fail "$1: got $2, wanted $3 to $4"
 	fi
 }
 
-# Runs a command that must fail, and keeps its output in the file "refused".
+# Runs a command that must fail and saves its output in the file "refused".
 refused() {
 	if "$@" >refused 2>&1; then
-		fail "accepted: $*"
+		fail "did not fail: $*"
 	fi
 }
 
-# Commands that take something back, run at the end of the scenario, the last one first.
+# Commands that clean up at the end of the scenario, run in reverse order.
 undo_list=
 undo() {
 	undo_list="$*
 $undo_list"
 }
 
-# One started in the background, killed and waited for at the end.
+# Starts a command in the background; it is killed and waited for at the end.
 background() {
 	"$@" &
 	undo "kill $! 2>/dev/null && wait $!; true"
@@ -91,7 +91,7 @@ await() { # SECONDS COMMAND...
 	shift
 	while ! "$@"; do
 		tries=$((tries - 1))
-		[ "$tries" -gt 0 ] || fail "in vain: $*"
+		[ "$tries" -gt 0 ] || fail "timed out waiting for: $*"
 		sleep 0.1
 	done
 }
@@ -101,7 +101,7 @@ forget_log() {
 	dmesg -c >/dev/null
 }
 
-# A line without an end stays open, and unseen, until another one comes.
+# A log line without a newline stays open, and invisible, until the next line arrives.
 klog() {
 	echo "lab: look" >/dev/kmsg
 	dmesg
@@ -115,7 +115,7 @@ log_count() { # EXTENDED REGEX
 	klog | grep -E -c -- "$1" || true
 }
 
-# A line of the adapter: the function that reports it, then its text.
+# Regex for a line of the adapter: the function that logs it, then its text.
 adapter_line() { # FUNCTION TEXT
 	echo "\[MEM_ADAPTER\] $1:[0-9]+: $2"
 }
@@ -123,32 +123,32 @@ adapter_line() { # FUNCTION TEXT
 expect_line() { # FUNCTION TEXT
 	log_has "$(adapter_line "$1" "$2")" || {
 		klog | tail -n 30
-		fail "not in the kernel log: $1: $2"
+		fail "missing from the kernel log: $1: $2"
 	}
 }
 
 no_line() { # FUNCTION TEXT
-	! log_has "$(adapter_line "$1" "$2")" || fail "in the kernel log: $1: $2"
+	! log_has "$(adapter_line "$1" "$2")" || fail "unexpected in the kernel log: $1: $2"
 }
 
-# The target of the next hunt; without a name the module chooses. The kernel keeps a line end as
-# part of the name, so none is written. A write of nothing does nothing, hence the line end alone,
-# which is no cache's name.
+# Sets the target of the next hunt; without a name the module chooses one. The kernel would keep a
+# newline as part of the name, so none is written. Writing nothing has no effect, so an empty name
+# is written as a lone newline, which matches no cache.
 set_target() {
 	printf '%s' "${1:-
 }" >$parameters/specified_target
 }
 
-# Another swap device, whose number is in $zram. Its table, which comes with a size, is a vmalloc area
-# of 16 bytes for each of its pages and more.
+# Adds a swap device and puts its number in $zram. When the device gets a size, its table is
+# allocated: a vmalloc area of at least 16 bytes per page.
 add_zram() {
 	zram=$(cat /sys/class/zram-control/hot_add)
 	undo "echo $zram >/sys/class/zram-control/hot_remove"
 }
 
-# Takes memory until so much is free. The tables of swap devices do that faster than anything that a
-# process would use. They get smaller near the end: where the kernel checks its locks, a device of 4 GiB
-# has a table of 90 MiB.
+# Allocates memory until only so much is free. The tables of swap devices do that faster than a
+# process could. The devices are smaller near the end: on the debugging kernel, the table of a 4 GiB
+# device takes 90 MiB.
 tables=
 fill_memory() { # KiB
 	while [ "$(memory MemFree)" -gt "$1" ]; do
@@ -173,15 +173,16 @@ slab_field() { # CACHE FIELD of /proc/slabinfo
 	awk -v cache="$1" -v field="$2" '$1 == cache { print $field }' /proc/slabinfo
 }
 
-# The bytes that all slabs of a cache take.
+# Size of all slabs of a cache in bytes.
 footprint() { # CACHE
 	awk -v cache="$1" '$1 == cache { print $3 * $4 }' /proc/slabinfo
 }
 
-# The records of "tarnctl hunt --json", one a line:
+# Converts the records of "tarnctl hunt --json" to one per line:
 # alloc|COUNT|TOTAL|PID_MIN|PID_MAX|COMM|FRAME FRAME ...
 callers() { # FILE
 	awk '
+		/^  "/ { kind = "" }
 		/^  "(alloc|free)": \[/ { split($0, part, "\""); kind = part[2]; next }
 		kind == "" { next }
 		/^    \{/ { frames = ""; in_frames = 0; next }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * The platform's event client, with a reader in debugfs in place of a service: the last events
- * are at ember/events, one a line, and a write to that file forgets them.
+ * The platform's event client. Instead of a service it has a debugfs file: ember/events shows the
+ * last events, one per line; writing to it clears them.
  */
 #include <linux/debugfs.h>
 #include <linux/err.h>
@@ -12,12 +12,12 @@
 #include <linux/slab.h>
 #include <linux/types.h>
 
-#include <kernel/ember.h>
+#include <platform/ember.h>
 
 #define KEPT_EVENTS 64u
 #define EVENT_TEXT_SIZE 1024
 
-/* An event as the text of its line so far. */
+/* An event is the text of its line so far. */
 struct cdev_tevent {
 	size_t length;
 	char text[EVENT_TEXT_SIZE];
@@ -25,9 +25,9 @@ struct cdev_tevent {
 
 static bool refuse;
 module_param(refuse, bool, 0644);
-MODULE_PARM_DESC(refuse, "give out no event objects");
+MODULE_PARM_DESC(refuse, "refuse to allocate events");
 
-/* kept_lock guards both; event number n is at n modulo the size of the ring. */
+/* kept_lock guards both. Event number n is in slot n modulo the ring size. */
 static DEFINE_MUTEX(kept_lock);
 static struct cdev_tevent *kept[KEPT_EVENTS];
 static unsigned int delivered;
@@ -113,7 +113,7 @@ static int events_show(struct seq_file *m, void *unused)
 {
 	mutex_lock(&kept_lock);
 	for (unsigned int i = 0; i < KEPT_EVENTS; i++) {
-		/* The slot that is written next holds the oldest, or nothing yet. */
+		/* The next slot to write holds the oldest event, or none yet. */
 		const struct cdev_tevent *event = kept[(delivered + i) % KEPT_EVENTS];
 
 		if (event)

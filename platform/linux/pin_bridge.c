@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * Pins that a stock kernel offers no handy way to. try_grab_page is gone from newer kernels: a
- * function of that name stands in for it there, for probes to find. folio_add_pin is there and
- * hardly ever called. Writing "page ADDRESS" or "add ADDRESS" to the debugfs file pin_bridge/pin
- * pins the page at an address of the writer, passes it through the one or the other, and lets it
- * go again.
+ * Ways to pin a page that a stock kernel does not offer directly. Newer kernels have no
+ * try_grab_page, so a function of that name stands in for it, for probes to find. folio_add_pin
+ * exists but has hardly any callers. Writing "page ADDRESS" or "add ADDRESS" to the debugfs file
+ * pin_bridge/pin pins the page at the writer's address, passes it through try_grab_page or
+ * folio_add_pin, and unpins it.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -15,7 +15,7 @@
 #include <linux/string.h>
 #include <linux/uaccess.h>
 #include <linux/version.h>
-/* For the flags of the kernel's own page grabbing functions. */
+/* For the flags of the kernel's own page-grabbing functions. */
 #include <mm/internal.h>
 
 static struct dentry *directory;
@@ -24,7 +24,7 @@ static void (*add_pin)(struct folio *folio);
 #if LINUX_VERSION_CODE >= KERNEL_VERSION(6, 12, 0)
 int try_grab_page(struct page *page, unsigned int flags);
 
-/* The caller has pinned the page; being called is all that a probe wants. */
+/* The caller has already pinned the page; a probe only needs the call. */
 noinline int try_grab_page(struct page *page, unsigned int flags)
 {
 	barrier();
@@ -32,7 +32,7 @@ noinline int try_grab_page(struct page *page, unsigned int flags)
 }
 static int (*const grab_page)(struct page *page, unsigned int flags) = try_grab_page;
 #else
-/* The kernel has its own, or may have: there is nothing to stand in for. */
+/* This kernel has, or may have, its own: no stand-in is needed. */
 static int (*const grab_page)(struct page *page, unsigned int flags);
 #endif
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * The owner of the memcheck device. It starts the memory adapter's optional subsystems when it is
- * loaded, passes the calls of user space on to them, and stops them when it goes.
+ * Owns the memcheck device. On load it starts the memory adapter's optional subsystems, on unload
+ * it stops them, and in between it forwards user space's calls to them.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -73,7 +73,7 @@ static long report_event(const uint32_t __user *arg)
 static long device_ioctl(struct file *file, unsigned int cmd, unsigned long value)
 {
 	void __user *arg = (void __user *)value;
-	/* The adapter's entries take user addresses as plain ones. */
+	/* The adapter's entries take user addresses as plain pointers. */
 	void *user_arg = (__force void *)arg;
 
 	switch (cmd) {
@@ -111,19 +111,19 @@ static struct miscdevice device = {
 	.mode = 0600,
 };
 
-/* What does not start is left out: the rest is of use without it. */
+/* A subsystem that fails to start is left out: the others are useful without it. */
 static void start_adapter(void)
 {
 	int err = tarn_memory_netlink_init();
 
 	if (err)
-		pr_err("the lmkd channel does not start: %d\n", err);
+		pr_err("cannot start the lmkd channel: error %d\n", err);
 	err = tarn_meminfo_parameter_init();
 	if (err)
-		pr_err("the leak thresholds are not set: %d\n", err);
+		pr_err("cannot set the leak thresholds: error %d\n", err);
 	err = tarn_memtrack_init();
 	if (err)
-		pr_err("memory tracking does not start: %d\n", err);
+		pr_err("cannot start memory tracking: error %d\n", err);
 }
 
 static void stop_adapter(void)
@@ -140,7 +140,7 @@ static int __init tarn_client_init(void)
 	start_adapter();
 	err = misc_register(&device);
 	if (err) {
-		pr_err("no device: %d\n", err);
+		pr_err("cannot register the device: error %d\n", err);
 		stop_adapter();
 		return err;
 	}

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* The parts of the memcheck device's calls. Each returns -ENOTTY for a call that is not its own. */
+/* The parts that handle the memcheck device's calls. Each returns -ENOTTY for a call that it does
+ * not handle. */
 #pragma once
 
 #include <linux/compiler.h>
@@ -8,7 +9,7 @@
 long service_ioctl(unsigned int cmd, void __user *arg);
 long test_block_ioctl(unsigned int cmd, void __user *arg);
 
-/* They give back what the test calls have taken. */
+/* Release what the test calls have allocated. */
 void test_block_exit(void);
 
 #ifdef CONFIG_DMA_SHARED_BUFFER

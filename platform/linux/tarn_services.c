@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* The memory services, each behind a call of the memcheck device. */
+/* The memory services, each as a call of the memcheck device. */
 #include <linux/dma-mapping.h>
 #include <linux/errno.h>
 #include <linux/mmzone.h>
@@ -59,7 +59,7 @@ static long kill_processes(struct tarn_kill_request __user *arg)
 	return copy_to_user(arg, &request, sizeof(request)) ? -EFAULT : 0;
 }
 
-/* The read section keeps the process, and the thread until its number is taken. */
+/* The read section keeps the process alive, and the thread until its pid has been read. */
 static pid_t thread_with_mm(pid_t pid)
 {
 	struct task_struct *process, *thread = NULL;

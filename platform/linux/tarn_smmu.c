@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * Mappings of shared buffers for devices. Without the platform's SMMU they are the kernel's own
- * DMA mappings of the same table. The last calls are read at debugfs tarn_smmu/calls, one a line;
- * a write to that file forgets them.
+ * Maps shared buffers for devices. Without the platform's SMMU these are the kernel's own DMA
+ * mappings of the same table. The debugfs file tarn_smmu/calls shows the last calls, one per line;
+ * writing to it clears them.
  */
 #include <linux/debugfs.h>
 #include <linux/device.h>
@@ -15,11 +15,11 @@
 #include <linux/spinlock.h>
 #include <linux/string.h>
 
-#include <kernel/dma.h>
+#include <platform/tarn_smmu.h>
 
 #define KEPT_CALLS 256u
 
-/* Plain values: what they point to may be gone when the record is read. */
+/* Plain values, since the objects may be gone when the record is read. */
 struct call {
 	const char *verb;
 	char device[32];
@@ -29,7 +29,7 @@ struct call {
 	unsigned long attrs;
 };
 
-/* calls_lock guards both; call number n is at n modulo the size of the ring. */
+/* calls_lock guards both. Call number n is in slot n modulo the ring size. */
 static DEFINE_SPINLOCK(calls_lock);
 static struct call calls[KEPT_CALLS];
 static unsigned int recorded;
@@ -82,7 +82,7 @@ static int calls_show(struct seq_file *m, void *unused)
 {
 	spin_lock_irq(&calls_lock);
 	for (unsigned int i = 0; i < KEPT_CALLS; i++) {
-		/* The slot that is written next holds the oldest, or nothing yet. */
+		/* The next slot to write holds the oldest call, or none yet. */
 		const struct call *call = &calls[(recorded + i) % KEPT_CALLS];
 
 		if (call->verb)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * For tests only: secure ranges and page flags, tried on a block of memory that belongs to this
- * module. Its frames are mapped as before when it is given back; what was split stays split.
+ * For tests only: secure ranges and page flags, tried on a block of memory that this module owns.
+ * When the block is freed it is mapped as before, except that split mappings stay split.
  */
 #include <asm/tlbflush.h>
 #include <linux/bitops.h>
@@ -29,7 +29,8 @@
 #define SECURE_FLAG 27
 #define BLOCK_ORDER 10
 
-/* block_lock guards all of these. Pages from changed_first up to changed_end may be remapped. */
+/* block_lock guards all of these. Pages from changed_first up to, but excluding, changed_end may be
+ * remapped. */
 static DEFINE_MUTEX(block_lock);
 static struct page *block;
 static unsigned long changed_first = TARN_TEST_BLOCK_PAGES;
@@ -46,9 +47,9 @@ static phys_addr_t frame_of(unsigned long number)
 }
 
 /*
- * A gigabyte that is mapped as one block can be split, and its parts changed in place, where the
- * kernel maps smaller ones in runs that cannot. The first one that DRAM has all to itself begins
- * at 2 GiB; to get there, what lies below is taken for a moment.
+ * A gigabyte mapped as one block can be split and its parts changed in place. The kernel maps
+ * smaller pieces in contiguous runs, where that is impossible. The first gigabyte that is entirely
+ * DRAM starts at 2 GiB; to get there, everything below is allocated temporarily.
  */
 static struct page *allocate_in_gigabyte(void)
 {
@@ -88,8 +89,8 @@ static int allocate_block(void)
 }
 
 /*
- * Entries that are rewritten in place keep their old translations until these are invalidated,
- * which the service leaves to its callers.
+ * An entry rewritten in place keeps its old translation until that is invalidated, which the
+ * service leaves to its callers.
  */
 static void remap(unsigned long first, unsigned long pages, unsigned long target, pgprot_t prot)
 {
@@ -199,7 +200,7 @@ static int change_flags(const struct tarn_test_flags *request)
 	struct sg_table table;
 	int i, err;
 
-	/* The platform's flag: elsewhere a kernel may have another use for it. */
+	/* This flag bit is the platform's; another kernel may use it for something else. */
 	if (__NR_PAGEFLAGS > SECURE_FLAG)
 		return -EOPNOTSUPP;
 	if (request->set > 1 || !request->entry_bytes ||
@@ -283,9 +284,9 @@ void test_block_exit(void)
 		return;
 	if (changed_first < changed_end)
 		remap(changed_first, changed_end - changed_first, changed_first, PAGE_KERNEL);
-	/* Others would fault where this one does not get through. */
+	/* If the block is not mapped as before, its next user would fault, so leak it. */
 	if (!is_whole()) {
-		pr_err("the test block is not mapped as before, and is kept\n");
+		pr_err("leaking the test block: it is not mapped as before\n");
 		return;
 	}
 	for (unsigned long i = 0; i < TARN_TEST_BLOCK_PAGES; i++)

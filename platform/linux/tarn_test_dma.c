@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * For tests only: a buffer of a DMA heap, mapped for a device that this module makes up. The
- * buffer is mapped through its heap as well, which tells the addresses that are right.
+ * For tests only: maps a buffer of a DMA heap for a device that this module creates. The buffer is
+ * also mapped through its heap, which yields the expected addresses.
  */
 #include <linux/device.h>
 #include <linux/dma-buf.h>
@@ -23,7 +23,7 @@
 
 #include "tarn_client.h"
 
-/* test_device_lock guards the device and its pointer. */
+/* test_device_lock guards the device and the pointer to it. */
 static DEFINE_MUTEX(test_device_lock);
 static struct platform_device *device;
 
@@ -46,7 +46,7 @@ static int make_device(void)
 	return 0;
 }
 
-/* The heap's own table is mapped already, and a mapping writes into its table. */
+/* The heap's own table is already mapped, and mapping would overwrite it. */
 static int copy_table(struct sg_table *copy, const struct sg_table *table)
 {
 	struct scatterlist *from, *to;
@@ -82,7 +82,7 @@ static void compare(const struct sg_table *table, const struct sg_table *wanted,
 static void map_table(struct dma_buf *dmabuf, struct sg_table *table, const struct sg_table *wanted,
 		      struct tarn_test_dma *test)
 {
-	/* Nothing of this kernel looks behind the pointer while there is no IOMMU in it. */
+	/* Nothing in this kernel dereferences the pointer, since there is no IOMMU. */
 	struct dev_iommu *const pointer = test->iommu ? (void *)&device->dev : NULL;
 
 	device->dev.iommu = pointer;

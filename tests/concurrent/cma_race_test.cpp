@@ -2,7 +2,7 @@
 // CMA tracking while several CPUs allocate, release, fail, list and change its parameters.
 #include <tests/module/cma_fixture.h>
 
-#include <hosted/clock.h>
+#include <hosted/engine/clock.h>
 #include <hosted/pins.h>
 
 #include "crew.h"
@@ -16,8 +16,8 @@ namespace
 
 using cma_race = cma_test;
 
-// All ranges of an area are of one size here: the allocator clears the bits before it tells of a
-// release, so that the range may be someone else's again before the record goes.
+// All ranges of an area have the same size here: the allocator clears the bits before it reports
+// the release, so someone else may have taken the range before the record is dropped.
 void take_and_give_back(cma &area, unsigned long count)
 {
 	std::vector<page *> held;
@@ -87,7 +87,7 @@ TEST_F(cma_reload, starts_and_stops_under_traffic)
 			hosted::read_file("/sys/kernel/debug/tarn_cma/linux,cma/show", text);
 		EXPECT_TRUE(error == 0 ? text == "0\n" : error == -ENOENT);
 	});
-	// From before the module's start on, as long as its parameters are there.
+	// Runs before and while the module is loaded, whenever its parameters exist.
 	traffic.add(1, [] {
 		for (const char *target : {"linux,cma", "camera"})
 			set_parameter("cma_target", target);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Host threads as CPUs of the machine, each with a task of its own.
+// Host threads that act as CPUs of the machine, each with its own task.
 #pragma once
 
 #include <atomic>
@@ -7,15 +7,15 @@
 #include <thread>
 #include <vector>
 
-#include <hosted/callstack.h>
-#include <hosted/context.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/context.h>
 #include <hosted/slab.h>
-#include <hosted/tasks.h>
+#include <hosted/task_control.h>
 
 namespace concurrent_tests
 {
 
-// Threads that repeat their work until they are told to stop, at the latest when the crew goes.
+// Threads that repeat their work until they are stopped, at the latest by the crew's destructor.
 class crew
 {
 public:
@@ -24,13 +24,13 @@ public:
 		stop();
 	}
 
-	// More threads, each on a CPU of its own, as tasks with one name and the same call stack.
+	// Adds threads, each on its own CPU, as tasks with the same name and call stack.
 	void add(int threads, const std::function<void()> &work)
 	{
 		for (int i = 0; i < threads; i++)
 			threads_.emplace_back(&crew::run, this, threads_.size(), work);
 	}
-	// Waits until the crew has done some more of its work.
+	// Waits until the crew has done some more work.
 	void let_work(unsigned long rounds)
 	{
 		const unsigned long until = rounds_.load(std::memory_order_relaxed) + rounds;
@@ -64,16 +64,16 @@ private:
 	std::atomic<unsigned long> rounds_{0};
 };
 
-// Each of the threads runs the work once.
+// Runs the work once on each of several threads.
 inline void in_threads(int threads, const std::function<void(int cpu)> &work)
 {
 	crew all;
-	all.stop(); // before they begin: nobody repeats anything
+	all.stop(); // before they begin, so that each runs once
 	for (int cpu = 0; cpu < threads; cpu++)
 		all.add(1, [&work, cpu] { work(cpu); });
 }
 
-// Some objects come, part of them from an interrupt, and go.
+// Allocates some objects, part of them in an interrupt, and frees them.
 inline void slab_traffic(kmem_cache &cache, int objects)
 {
 	std::vector<void *> held;

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The module's start and stop, its channel and its controls while the kernel goes on.
+// Start and stop of the module, its channel and its controls while the kernel is busy.
 #include <tests/module/fixture.h>
 
 #include <set>
 
-#include <hosted/clock.h>
+#include <hosted/engine/clock.h>
 #include <hosted/vmalloc.h>
 #include <hosted/vmstat.h>
-#include <platform/ember.h>
-#include <platform/lmkd.h>
+#include <platform/hosted/ember.h>
+#include <platform/hosted/lmkd.h>
 
 #include "crew.h"
 
@@ -65,7 +65,7 @@ TEST_F(module_race, trackers_start_and_stop_under_eight_threads)
 		if (round % 3 == 1) {
 			EXPECT_EQ(client.command(MEMTYPE_SLUB, MEMCHECK_CMD_OFF), 0);
 		}
-		// Otherwise it stops in the middle of its work.
+		// In the other rounds it stops in the middle of its work.
 		client.stop();
 		EXPECT_EQ(helper_kmem_cache_flags(cache), 0U);
 	}
@@ -105,7 +105,7 @@ using module_reload = machine_test;
 TEST_F(module_reload, whole_lives_of_the_module_under_traffic)
 {
 	kmem_cache *cache = add_cache("victim", 64);
-	set_totalram(1200); // so that there is always a leak to be told of
+	set_totalram(1200); // always above the leak thresholds
 	set_node_stat(KERNEL_NR_SLAB_UNRECLAIMABLE_B, 1 << 20);
 	platform::lmkd daemon(77);
 	crew traffic;
@@ -121,14 +121,14 @@ TEST_F(module_reload, whole_lives_of_the_module_under_traffic)
 		platform::client client(module);
 		ASSERT_EQ(client.start().memtrack, 0);
 		EXPECT_EQ(daemon.handshake(), 0);
-		advance(7501); // the leak may have been told of before anybody listened
+		advance(7501); // an earlier notification may have used up the interval
 		for (const u32 type : {MEMTYPE_SLUB, MEMTYPE_VMALLOC})
 			for (const u32 cmd : {MEMCHECK_CMD_PREPARE, MEMCHECK_CMD_ON})
 				EXPECT_EQ(client.command(type, cmd), 0);
 		traffic.let_work(60);
 		EXPECT_FALSE(daemon.collect().empty());
 		if (round % 2 == 0)
-			continue; // it goes in the middle of a hunt
+			continue; // unload in the middle of a hunt
 		EXPECT_EQ(client.command(MEMTYPE_SLUB, MEMCHECK_CMD_OFF), 0);
 		EXPECT_THAT(client.read_stacks(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE).text,
 			    testing::HasSubstr("storm+0x10/0x80"));

@@ -24,10 +24,10 @@ TEST_F(secpage_race, overlapping_ranges_lose_nothing)
 	constexpr u64 base = lowest_kernel_address + gib;
 	constexpr u64 phys = 33 * gib;
 	constexpr u64 prot = 0x0068000000000703;
-	// One of the two bits tells who has written a page.
+	// One of the two bits shows who wrote a page.
 	constexpr u64 mark = 1ULL << 55;
-	// The first thread changes 70 pages of each hundred, the second the last 50 of it and 20
-	// of the next: they meet in all three tables of pages, and no range is a whole block.
+	// The first thread changes 70 pages of each hundred, the second the last 50 of them and 20
+	// of the next. They meet in all three tables of pages, and no range is a whole block.
 	constexpr u64 hundreds = 13;
 	constexpr u64 end = 100 * hundreds + 20;
 	auto *change = exported<decltype(tarn_change_secpage_range)>("tarn_change_secpage_range");
@@ -45,7 +45,7 @@ TEST_F(secpage_race, overlapping_ranges_lose_nothing)
 				if (const auto found = translate(base + at * page))
 					EXPECT_EQ(found->phys, phys + at * page);
 				else
-					EXPECT_EQ(round % 2, 0) << "a block comes apart";
+					EXPECT_EQ(round % 2, 0) << "a block is split";
 		});
 		in_threads(2, [&](int cpu) {
 			for (u64 i = 0; i < 3 * hundreds; i++) {

@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The memory services while the rest of the kernel goes on.
+// The memory services while the rest of the kernel is busy.
 #include <gtest/gtest.h>
 #include <hosted/cpumask.h>
+#include <hosted/engine/clock.h>
+#include <hosted/engine/loader.h>
+#include <hosted/engine/log.h>
+#include <hosted/engine/machine.h>
 #include <hosted/fs.h>
-#include <hosted/loader.h>
-#include <hosted/log.h>
-#include <hosted/machine.h>
 #include <hosted/mmzone.h>
 #include <hosted/process.h>
+#include <hosted/sysfs.h>
+#include <hosted/task_control.h>
+#include <hosted/vendor_hooks.h>
 #include <kernel/rcupdate.h>
+#include <platform/hosted/ember.h>
 
 #include "crew.h"
 
@@ -72,7 +77,7 @@ TEST_F(services_race, kills_while_processes_start_and_exit)
 		const int pid = next_pid += 3;
 		task_struct &needed = add_process("needed", pid, {.anon = 1000}, 0);
 		{
-			const rcu_read_guard rcu; // keeps the others, whoever makes them exit
+			const rcu_read_guard rcu; // keeps exiting tasks from being freed
 			task_struct &victim = add_process("victim", pid + 1, {.anon = 50}, 900);
 			task_struct &app = add_process("app", pid + 2, {.anon = pid % 50}, 700);
 			std::this_thread::yield();
@@ -89,12 +94,12 @@ TEST_F(services_race, kills_while_processes_start_and_exit)
 		others.let_work(5);
 	}
 	others.stop();
-	EXPECT_FALSE(kill(0, -1UL)) << "all are gone";
+	EXPECT_FALSE(kill(0, -1UL)) << "no process is left";
 	for (const sent_signal &s : take_signals())
 		EXPECT_NE(s.comm, "needed");
 }
 
-TEST_F(services_race, watermarks_move_while_they_are_looked_at)
+TEST_F(services_race, watermarks_change_while_they_are_checked)
 {
 	auto *const zone_ok = exported<bool(zone_type, unsigned)>("tarn_zone_watermark_ok");
 
@@ -110,6 +115,44 @@ TEST_F(services_race, watermarks_move_while_they_are_looked_at)
 	for (int i = 0; i < 1000; i++)
 		EXPECT_TRUE(zone_ok(static_cast<zone_type>(1), i % 9));
 	others.let_work(100);
+}
+
+TEST_F(services_race, each_event_is_in_exactly_one_report)
+{
+	constexpr unsigned long events = 30000;
+	auto *const report = exported<void(unsigned)>("tarn_memory_event_report");
+	std::atomic<unsigned long> left = 2 * events;
+	s64 kswapd = 0, counted = 0;
+	const auto take_reports = [&] {
+		for (const auto &event : platform::take_ember_events())
+			for (const auto &[key, value] : event.items)
+				if (key == "kswapd_cnt")
+					kswapd += std::get<s64>(value);
+				else if (key == "record_event")
+					counted += std::get<s64>(value);
+	};
+
+	write_file("/sys/kernel/mm_event/enabled", "1");
+	write_file("/sys/kernel/mm_event/level", "2");
+	others.add(2, [&] {
+		for (int i = 0; i < 100; i++) {
+			trace_android_vh_vmscan_kswapd_done(0, 2, 1, 0);
+			report(3);
+		}
+		left -= 100;
+	});
+	while (static_cast<long>(left.load()) > 0) {
+		advance(15000);
+		settle();
+		take_reports();
+	}
+	others.stop();
+	advance(15000);
+	settle();
+	take_reports();
+	const long happened = 2 * events - static_cast<long>(left.load());
+	EXPECT_EQ(kswapd, happened);
+	EXPECT_EQ(counted, happened);
 }
 
 } // namespace

@@ -24,7 +24,8 @@ protected:
 		for (u64 i = 0; i < times; i++)
 			release(*cache, allocate(*cache, GFP_ATOMIC));
 	}
-	// Events of each kind on each CPU, all by one pair, so that a readout leaves none out.
+	// Makes events of each kind on each CPU, all by one pair, so that a readout shows all of
+	// them.
 	void record_on_all(u64 times)
 	{
 		in_threads(cpus, [&](int) { allocate_and_free(times); });
@@ -38,7 +39,7 @@ protected:
 			read_out[SLUB_FREE] += record.count;
 	}
 
-	u64 read_out[SLUB_KINDS] = {}; // events
+	u64 read_out[SLUB_KINDS] = {}; // in events
 };
 
 TEST_F(slub_race, counts_are_exact_while_rings_overflow)
@@ -69,8 +70,8 @@ TEST_F(slub_race, counts_are_exact_while_rings_overflow)
 	}
 }
 
-// The drain keeps up in its own way, so events may be dropped; but a readout drops at most the one
-// pair that it finds too rare.
+// The drain may fall behind and drop events, but a readout drops at most the one pair that it finds
+// too rare.
 TEST_F(slub_race, switches_and_readouts_while_events_come)
 {
 	constexpr u64 rounds = 8, readouts = 2 * rounds, rare = 49;
@@ -99,7 +100,7 @@ TEST_F(slub_race, switches_and_readouts_while_events_come)
 	}
 }
 
-// Commands, readouts and the parameter come from anyone at any time.
+// Anyone may send commands, read, and set the parameter at any time.
 TEST_F(slub_race, commands_against_each_other_and_the_flag)
 {
 	const std::array<std::function<int(int)>, cpus> commands = {
@@ -115,7 +116,7 @@ TEST_F(slub_race, commands_against_each_other_and_the_flag)
 			EXPECT_EQ(commands[cpu](i), 0);
 		}
 	});
-	// It still works, whatever the threads have left it in.
+	// Whatever state the threads left behind, tracking still works.
 	set_parameter("slub_track_flag", "1");
 	EXPECT_EQ(command(off), 0);
 	read();

@@ -111,7 +111,7 @@ protected:
 
 	static inline std::function<int(pt_regs *)> body;
 	kprobe kp{};
-	page a;
+	page &a = make_pages(1).front();
 };
 using kprobes_death = kprobes;
 

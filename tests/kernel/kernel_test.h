@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// A booted machine without a module, and what the kernel's own tests share.
+// A booted machine without a module, and helpers for the kernel's own tests.
 #pragma once
 
 #include <cerrno>
@@ -8,14 +8,14 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <hosted/callstack.h>
-#include <hosted/clock.h>
-#include <hosted/context.h>
-#include <hosted/fault.h>
-#include <hosted/leftovers.h>
-#include <hosted/log.h>
-#include <hosted/machine.h>
-#include <hosted/tasks.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/clock.h>
+#include <hosted/engine/context.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/leftovers.h>
+#include <hosted/engine/log.h>
+#include <hosted/engine/machine.h>
+#include <hosted/task_control.h>
 #include <kernel/mutex.h>
 #include <kernel/rcupdate.h>
 #include <kernel/spinlock.h>
@@ -33,7 +33,7 @@ class kernel_test : public testing::Test
 	hosted::machine machine_;
 };
 
-// Locks that can be misused, out of the sight of the compiler's own analysis.
+// Locks that can be misused, hidden from the compiler's thread-safety analysis.
 struct test_spinlock {
 	raw_spinlock_t lock{};
 	lock_class_key key{};

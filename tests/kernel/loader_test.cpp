@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-#include <hosted/loader.h>
+#include <hosted/engine/loader.h>
 
 #include <hosted/sysfs.h>
 

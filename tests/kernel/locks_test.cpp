@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Spinlocks, mutexes, contexts and RCU, and what the judge stops about them.
+// Spinlocks, mutexes, contexts and RCU, and the misuse that the judge stops.
 #include <atomic>
 #include <memory>
 
-#include <hosted/judge.h>
+#include <hosted/engine/judge.h>
 #include <kernel/preempt.h>
 
 #include "kernel_test.h"
@@ -58,7 +58,7 @@ TYPED_TEST(locks, stop_misuse)
 
 using contexts = kernel_test;
 
-TEST_F(contexts, lock_order_stops_before_it_deadlocks)
+TEST_F(contexts, a_wrong_lock_order_stops_before_it_deadlocks)
 {
 	test_spinlock a, b, c, twin;
 	a.init("a");
@@ -71,10 +71,10 @@ TEST_F(contexts, lock_order_stops_before_it_deadlocks)
 	nested(a, b);
 	EXPECT_DEATH(nested(b, a), "lock order: a is taken under b");
 	nested(b, c);
-	EXPECT_DEATH(nested(c, a), "lock order: a is taken under c") << "over three locks";
+	EXPECT_DEATH(nested(c, a), "lock order: a is taken under c") << "through three locks";
 
-	// a class is name and key: a module loaded again has its keys, and maybe other locks, at
-	// the same addresses
+	// A class is a name and a key: a module that is loaded again may have other locks at the
+	// addresses of its old keys.
 	helper_raw_spin_lock_init(&twin.lock, "a", &a.key);
 	EXPECT_DEATH(nested(a, twin), "two locks of class a");
 	helper_raw_spin_lock_init(&twin.lock, "other", &a.key);
@@ -106,7 +106,7 @@ TEST_F(contexts, nest_as_on_a_cpu_and_forbid_sleep)
 	might_sleep("call");
 }
 
-TEST_F(contexts, no_reader_sees_what_a_grace_period_freed)
+TEST_F(contexts, no_reader_sees_memory_freed_after_a_grace_period)
 {
 	std::atomic<int *> shared{new int(1)};
 	std::atomic<bool> done{false};

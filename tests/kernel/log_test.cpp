@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the kernel prints and parses: formats, symbols and numbers.
+// Formats, symbols and numbers, as the kernel prints and parses them.
 #include <kernel/kstrtox.h>
 #include <kernel/printk.h>
 
@@ -33,7 +33,9 @@ TEST_F(text_test, formats_follow_the_kernel)
 	EXPECT_EQ(symbol_text(symbol_address("f", 0, 0x30)), "f+0x0/0x30") << "another f";
 	EXPECT_EQ(symbol_text(symbol_address("bare")), "bare");
 	EXPECT_EQ(symbol_text(0x1000), "0x1000");
-	EXPECT_EQ(formatted("%px %p", 0x1234UL, 0x1234UL), "0000000000001234 0x0000000000001234");
+	EXPECT_EQ(formatted("%px", 0x1234UL), "0000000000001234");
+	EXPECT_THAT(formatted("%p", 0x1234UL), testing::MatchesRegex("00000000[0-9a-f]{8}"))
+		<< "hashed";
 	EXPECT_EQ(formatted("%d|%-5u|%05x|%c|%%|%s", -3, 7U, 0xabU, 'z', "text"),
 		  "-3|7    |000ab|z|%|text");
 	EXPECT_EQ(formatted("%ld %lu %lld %zu %hhu", -5000000000L, ~0UL, -6000000000LL, 9UL, 300),
@@ -41,10 +43,10 @@ TEST_F(text_test, formats_follow_the_kernel)
 	EXPECT_EQ(formatted("%*d|%-*d|%.*s|%.3s", 4, 1, -4, 2, 2, "abc", "defg"),
 		  "   1|2   |ab|def");
 	EXPECT_EQ(formatted("%s", static_cast<const char *>(nullptr)), "(null)");
-	EXPECT_DEATH(formatted("%5.1f", 1.0), "format: the kernel knows no %5.1f");
+	EXPECT_DEATH(formatted("%5.1f", 1.0), "format: the kernel does not support %5.1f");
 
 	char buf[8] = "xxxxxxx";
-	EXPECT_EQ(scnprintf(buf, 4, "%d", 123456), 3) << "what is stored, not what would be";
+	EXPECT_EQ(scnprintf(buf, 4, "%d", 123456), 3) << "the stored length, not the needed one";
 	EXPECT_STREQ(buf, "123");
 	EXPECT_EQ(buf[4], 'x');
 	EXPECT_EQ(scnprintf(buf, 0, "%d", 9), 0);

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <set>
 
-#include <hosted/memory.h>
 #include <hosted/slab.h>
 #include <hosted/vendor_hooks.h>
 #include <hosted/vmalloc.h>
@@ -68,7 +67,7 @@ TEST_F(slab_death, misuse_stops)
 	EXPECT_DEATH(kmem_cache_destroy(cache), "destroyed with 1 object");
 	kmem_cache_free(cache, object);
 	EXPECT_DEATH(kmem_cache_free(cache, object), "double free into one");
-	// the address sanitizer cannot report in a process that has unloaded a module
+	// AddressSanitizer cannot report in a process that has unloaded a module.
 	GTEST_FLAG_SET(death_test_style, "threadsafe");
 	EXPECT_DEATH(
 		{
@@ -76,7 +75,7 @@ TEST_F(slab_death, misuse_stops)
 			allocate(*cache, GFP_KERNEL);
 		},
 		"use.after.(free|poison)");
-	EXPECT_DEATH(reset_memory(), "cache two is left");
+	EXPECT_DEATH(reset_slab(), "cache two is left");
 	kmem_cache_destroy(other);
 	list_head *head = slab_caches();
 	EXPECT_DEATH(helper_kmem_cache_set_flags(cache, 1), "flags without the slab mutex");
@@ -166,7 +165,7 @@ TEST_F(vmalloc_death, areas_are_zeroed_counted_and_guarded)
 	EXPECT_FALSE(helper_vmalloc(0));
 	EXPECT_DEATH(*const_cast<volatile unsigned char *>(a + 8192) = 1, "") << "the guard page";
 	EXPECT_DEATH(vfree(a + 1), "no area is there");
-	EXPECT_DEATH(reset_memory(), "area is left");
+	EXPECT_DEATH(reset_vmalloc(), "area is left");
 	vfree(a);
 	EXPECT_EQ(vmalloc_nr_pages(), 1300U);
 	EXPECT_DEATH(vfree(a), "no area is there");

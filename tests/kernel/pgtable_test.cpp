@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The kernel's page tables, and device mappings, as their users may not use them.
+// The kernel's page tables and device mappings, and the misuse that the judge stops.
 #include <hosted/dma.h>
+#include <hosted/gfp.h>
 #include <hosted/pgtable.h>
 #include <hosted/scatterlist.h>
 
@@ -27,7 +28,7 @@ protected:
 	}
 	~page_tables() override
 	{
-		reset_page_tables(); // what a test leaves of its pages
+		reset_page_tables(); // frees the pages that a test leaves
 	}
 	static u64 *new_table()
 	{
@@ -79,6 +80,8 @@ TEST_F(page_tables_death, misuse_of_entries_stops)
 	EXPECT_DEATH(helper_get_zeroed_page(GFP_KERNEL), "sleep in atomic context");
 	EXPECT_DEATH(helper_set_pmd(&root[1], 0), "belongs to a table of level 1");
 	EXPECT_DEATH(helper_set_pud(&root[0], 0x123000 | 3), "was not allocated");
+	EXPECT_DEATH(helper_set_pud(&root[2], to(table)), "without a barrier");
+	helper_dsb_ishst();
 	EXPECT_DEATH(helper_set_pud(&root[0], to(table)), "before it maps the same");
 	EXPECT_DEATH(helper_set_pud(&root[0], (phys + entry_span(1)) | block_bits), "is moved");
 	EXPECT_DEATH(helper_set_pud(&root[1], 0), "cut off");
@@ -103,6 +106,12 @@ TEST_F(page_tables_death, misuse_of_entries_stops)
 			helper_set_pud(&root[2], to(table));
 		},
 		"entries of another level");
+	EXPECT_DEATH(
+		{
+			helper_set_pmd(&table[0], 0); // no entry that the walk may use: no barrier
+			helper_set_pud(&root[2], to(table));
+		},
+		"without a barrier");
 	fill(table);
 	EXPECT_DEATH(
 		{
@@ -134,7 +143,7 @@ TEST_F(page_tables_death, misuse_of_pages_stops)
 	EXPECT_DEATH(helper_phys_to_virt(helper_virt_to_phys(table)), "no page in use");
 	EXPECT_EQ(new_table(), table);
 	EXPECT_EQ(table[5], 0U) << "zeroed again";
-	const fault_scope fault(1);
+	const fault_scope fault("__get_free_pages");
 	EXPECT_EQ(new_table(), nullptr);
 }
 
@@ -142,7 +151,7 @@ using dma_death = kernel_test;
 
 TEST_F(dma_death, misuse_stops)
 {
-	std::vector<page> pages(2);
+	const std::span pages = make_pages(2);
 	scatter_table table({{pages.data(), 8192}});
 	device dev;
 	EXPECT_DEATH((void)dma_map_sgtable(&dev, table.get(), DMA_NONE, 0), "without a direction");

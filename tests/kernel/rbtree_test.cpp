@@ -35,7 +35,7 @@ void insert(rb_root &root, item &added)
 	rb_insert_color(&added.node, &root);
 }
 
-// The black nodes on every path below; stops the property where the colours break a rule.
+// The number of black nodes on every path below. Fails the property if the colours break a rule.
 int black_height(const rb_node *node, const rb_node *parent)
 {
 	if (!node)

@@ -8,7 +8,6 @@
 #include <hosted/sysfs.h>
 #include <hosted/vendor_hooks.h>
 #include <hosted/vmalloc.h>
-#include <kernel/ember.h>
 #include <kernel/kthread.h>
 #include <kernel/netlink.h>
 #include <kernel/notifier.h>
@@ -17,6 +16,7 @@
 #include <kernel/timer.h>
 #include <kernel/uaccess.h>
 #include <kernel/workqueue.h>
+#include <platform/ember.h>
 
 #include "kernel_test.h"
 
@@ -49,7 +49,7 @@ protected:
 			return body(), 0;
 		};
 	}
-	// Registers the thing and has its callback run.
+	// Each registers its thing and makes its callback run.
 	void run_timer()
 	{
 		mod_timer(&timer, 0);
@@ -109,7 +109,7 @@ protected:
 };
 using rules_death = rules;
 
-TEST_F(rules_death, what_may_sleep_stops_in_atomic_context)
+TEST_F(rules_death, a_call_that_may_sleep_stops_in_atomic_context)
 {
 	kmem_cache *cache = helper_kmem_cache_create("cache", 8, 0, 0, nullptr);
 	unsigned long word = 1;
@@ -148,9 +148,9 @@ TEST_F(rules_death, a_callback_leaves_nothing_behind_and_does_not_wait_for_itsel
 		body = remove;
 		EXPECT_DEATH(run(), deadlock) << name;
 	};
-	stops([&] { run_timer(); }, "timer", [&] { timer_delete_sync(&timer); }, "own end");
-	stops([&] { run_work(); }, "work item", [&] { cancel_work_sync(&work); }, "own end");
-	stops([&] { run_thread(); }, "thread", [&] { kthread_stop(thread); }, "own end");
+	stops([&] { run_timer(); }, "timer", [&] { timer_delete_sync(&timer); }, "itself to end");
+	stops([&] { run_work(); }, "work item", [&] { cancel_work_sync(&work); }, "itself to end");
+	stops([&] { run_thread(); }, "thread", [&] { kthread_stop(thread); }, "itself to end");
 	stops([&] { run_input(); }, "netlink input", [&] { netlink_kernel_release(socket); },
 	      "released by its own callback");
 	stops([&] { run_handler(); }, "sysfs handler", [&] { kobject_put(directory); },
@@ -189,7 +189,7 @@ TEST_F(rules_death, a_removal_under_a_lock_that_the_callback_takes_stops)
 	EXPECT_DEATH(stops([&] { run_work(); }, [&] { cancel_work_sync(&work); }), "lock order");
 }
 
-TEST_F(rules_death, whatever_is_not_given_back_is_left_over)
+TEST_F(rules_death, everything_not_given_back_is_listed_as_left_over)
 {
 	run_handler();
 	run_input();
@@ -215,7 +215,7 @@ TEST_F(rules_death, whatever_is_not_given_back_is_left_over)
 					 StartsWith("vmap purge notifier")));
 
 	EXPECT_EQ(tracepoint_probe_unregister(&hook, probe, nullptr), 0);
-	EXPECT_EQ(tracepoint_probe_unregister(&hook, probe, nullptr), -ENOENT);
+	EXPECT_DEATH(tracepoint_probe_unregister(&hook, probe, nullptr), "no such probe");
 	EXPECT_EQ(unregister_vmap_purge_notifier(&notifier), 0);
 	cdev_tevent_destroy(event);
 	vfree(area);
@@ -255,19 +255,25 @@ TEST_F(rules_death, nothing_is_registered_twice_or_used_before_or_after_its_life
 TEST_F(rules_death, calls_fail_on_request_once_or_from_then_on)
 {
 	{
-		const fault_scope fault(2);
+		const fault_scope fault("a", 2);
 		EXPECT_FALSE(should_fail("a"));
-		EXPECT_TRUE(should_fail("b"));
-		EXPECT_FALSE(should_fail("c"));
+		EXPECT_FALSE(should_fail("b"));
+		EXPECT_FALSE(fault.hit());
+		EXPECT_TRUE(should_fail("a"));
+		EXPECT_FALSE(should_fail("a"));
 		EXPECT_TRUE(fault.hit());
-		EXPECT_DEATH(const fault_scope second(1), "another one is open");
+		EXPECT_DEATH(const fault_scope second, "another one is open");
 	}
-	EXPECT_FALSE(should_fail("after"));
-	const fault_scope fault(2, fault_scope::mode::from_then_on);
+	EXPECT_FALSE(should_fail("a"));
+	const fault_scope fault("vzalloc", 1, fault_scope::mode::from_then_on);
 	vfree(helper_vmalloc(1));
 	EXPECT_FALSE(helper_vzalloc(1));
+	EXPECT_FALSE(helper_vmalloc(1));
 	EXPECT_FALSE(helper_kmem_cache_create("x", 8, 0, 0, nullptr));
-	EXPECT_EQ(fault.calls(), (lines{"vmalloc", "vzalloc", "kmem_cache_create"}));
+	EXPECT_THAT(fault.calls(),
+		    testing::ElementsAre(fallible_call{"vmalloc", 1}, fallible_call{"vzalloc", 1},
+					 fallible_call{"vmalloc", 2},
+					 fallible_call{"kmem_cache_create", 1}));
 }
 
 TEST(machine_death, stops_what_is_left_behind)

@@ -22,7 +22,7 @@ namespace
 using threads = kernel_test;
 using threads_death = kernel_test;
 
-// A drain thread as modules have them: sleeps, is woken, works, until it is stopped.
+// A typical drain thread: sleeps, is woken, works, until it is stopped.
 struct drain_thread {
 	wait_queue_head queue{};
 	lock_class_key key{};
@@ -55,7 +55,7 @@ struct drain_thread {
 	}
 };
 
-TEST_F(threads, one_runs_from_its_first_wake_to_its_stop_unless_it_is_held)
+TEST_F(threads, a_thread_runs_from_its_first_wake_up_to_its_stop_unless_held)
 {
 	drain_thread d;
 	d.wake(); // parked, and on no queue yet
@@ -94,7 +94,7 @@ TEST_F(threads, a_wake_up_before_schedule_is_not_lost)
 	schedule();
 	finish_wait(&d.queue, &entry);
 
-	// a mode that leaves this sleeper asleep, then one that wakes it
+	// First a mode that does not wake this sleeper, then one that does.
 	prepare_to_wait(&d.queue, &entry, TASK_INTERRUPTIBLE);
 	__wake_up(&d.queue, TASK_NORMAL & ~TASK_INTERRUPTIBLE, 1, nullptr);
 	std::thread waker([&] { d.wake(); });
@@ -118,7 +118,7 @@ TEST_F(threads_death, a_sleep_of_another_kind_before_schedule_stops)
 }
 
 struct test_work {
-	work_struct item{}; // first: the function finds the rest by it
+	work_struct item{}; // first, so that the function finds the rest
 	std::atomic<int> runs{0};
 	std::atomic<bool> blocked{false};
 	std::atomic<bool> requeue{false};
@@ -137,7 +137,7 @@ struct test_work {
 	}
 };
 
-TEST_F(threads, a_work_item_runs_once_for_all_queueings_before)
+TEST_F(threads, a_work_item_queued_several_times_runs_once)
 {
 	test_work w;
 	EXPECT_TRUE(helper_queue_work(system_wq, &w.item));
@@ -168,7 +168,7 @@ TEST_F(threads, a_cancellation_waits_and_ends_requeueing)
 		cancel_work_sync(&w.item);
 		cancelled = true;
 	});
-	// the item refuses to be queued from the moment that the canceller waits for it
+	// From the moment that the canceller waits, the item cannot be queued again.
 	while (helper_queue_work(system_wq, &w.item)) {
 		EXPECT_FALSE(cancelled);
 		std::this_thread::yield();
@@ -189,7 +189,7 @@ unsigned long since_boot()
 }
 
 struct test_timer {
-	timer_list timer{}; // first: the callback finds the rest by it
+	timer_list timer{}; // first, so that the callback finds the rest
 	lock_class_key key{};
 	ticks runs; // since boot
 	unsigned long period = 0;
@@ -237,10 +237,10 @@ TEST_F(timer, runs_in_order_of_expiry)
 	advance(0);
 	EXPECT_EQ(second.runs, ticks{7});
 	advance(1);
-	EXPECT_EQ(second.runs, (ticks{7, 13})) << "the past is the next tick";
+	EXPECT_EQ(second.runs, (ticks{7, 13})) << "a time in the past means the next tick";
 }
 
-TEST_F(timer, a_deletion_outlives_a_callback_that_rearms)
+TEST_F(timer, a_deletion_beats_a_callback_that_rearms)
 {
 	for (int i = 0; i < 50; i++) {
 		test_timer t;
@@ -255,7 +255,7 @@ TEST_F(timer, a_deletion_outlives_a_callback_that_rearms)
 	}
 }
 
-TEST_F(ratelimit, passes_a_burst_an_interval_and_notes_the_rest)
+TEST_F(ratelimit, passes_a_burst_per_interval_and_counts_the_rest)
 {
 	ratelimit_state rs{};
 	EXPECT_DEATH((void)___ratelimit(&rs, "caller"), "never initialised");
@@ -266,7 +266,7 @@ TEST_F(ratelimit, passes_a_burst_an_interval_and_notes_the_rest)
 		return passes;
 	};
 	helper_ratelimit_state_init(&rs, 100, 2);
-	advance(1000); // the interval begins with the first call, not with the set-up
+	advance(1000); // the interval begins with the first call, not at initialisation
 	EXPECT_EQ(passed(3), 2);
 	advance(100);
 	EXPECT_EQ(passed(1), 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What user space reaches: files, netlink and its own memory.
+// What user space can reach: files, netlink and its own memory.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -86,7 +86,7 @@ TEST_F(sysfs, the_last_put_removes_everything_once_no_handler_runs)
 {
 	kobject *below = kobject_create_and_add("below", dir_);
 	kobject_put(std::exchange(dir_, nullptr));
-	EXPECT_EQ(read_file(both, text_), 0) << "what is below holds it";
+	EXPECT_EQ(read_file(both, text_), 0) << "a directory below keeps it";
 	std::atomic<bool> inside = false;
 	std::atomic<bool> left = false;
 	on_show = [&](char *) {
@@ -137,7 +137,7 @@ protected:
 	sock *sk;
 };
 
-TEST_F(netlink, a_unicast_tells_where_it_went)
+TEST_F(netlink, a_unicast_returns_what_became_of_it)
 {
 	unsigned calls = 0;
 	on_input = [&](sk_buff *skb) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The switches that abort madvise passes and compaction.
-#include <hosted/context.h>
+#include <hosted/engine/context.h>
 #include <hosted/vendor_hooks.h>
 
 #include "fixture.h"
@@ -13,7 +13,7 @@ namespace
 class abort_mm_opt : public module_test
 {
 protected:
-	// What a pass learns: whether each is to be aborted, from what it would do by itself.
+	// Whether the probes abort each kind of pass, given what was decided before them.
 	std::pair<bool, bool> aborted(bool before = false)
 	{
 		std::pair<bool, bool> abort{before, before};
@@ -30,7 +30,7 @@ TEST_F(abort_mm_opt, each_switch_aborts_its_own_passes)
 	using wishes = std::pair<bool, bool>;
 	EXPECT_EQ(log_lines(log_info, "abort_mm_opt"), lines{"[abort_mm_opt_init] init succeed!"});
 	EXPECT_EQ(aborted(), wishes(false, false));
-	EXPECT_EQ(aborted(true), wishes(true, true)) << "nobody else's wish is undone";
+	EXPECT_EQ(aborted(true), wishes(true, true)) << "another probe is not overruled";
 	EXPECT_TRUE(log_lines(log_any).empty());
 
 	set_parameter("abort_madvise", "5");

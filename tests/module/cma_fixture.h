@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// CMA tracking under test: two areas, and the module loaded behind them.
+// A machine with two CMA areas and the module loaded.
 #pragma once
 
 #include <string>
@@ -15,11 +15,11 @@
 namespace module_tests
 {
 
-// A range of frames of an area.
+// A range of page frames in an area.
 struct cma_range {
 	std::string area;
 	unsigned long start;
-	unsigned long end; // the last frame
+	unsigned long end; // the last page frame
 
 	bool operator==(const cma_range &) const = default;
 	friend std::ostream &operator<<(std::ostream &os, const cma_range &r)
@@ -28,7 +28,7 @@ struct cma_range {
 	}
 };
 
-// The tracepoints as the allocator fires them, for ranges that it would not choose.
+// Fire the allocator's tracepoints for any range, even one that it would not choose.
 inline void tell_alloc(const cma &area, unsigned long pfn, unsigned long count, int error = 0)
 {
 	trace_cma_alloc_finish(helper_cma_name(&area), pfn, nullptr, count, 0, error);
@@ -47,7 +47,7 @@ protected:
 	{
 		return "/sys/kernel/debug/tarn_cma/" + name + "/show";
 	}
-	// What the listing of an area tells, as "start-end count"; it sorts the module's list.
+	// The listing of an area as "start-end count" lines. This sorts the module's list.
 	lines listed(const cma &area)
 	{
 		forget_log();
@@ -61,7 +61,7 @@ protected:
 		}
 		return found;
 	}
-	// The module's own list, as it is.
+	// Visits the module's list in its order.
 	template <class Visit>
 	void visit_records(Visit visit) NO_THREAD_SAFETY_ANALYSIS
 	{

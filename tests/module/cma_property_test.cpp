@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The records of CMA tracking against a plain model of the list, over random histories of ranges
-// that overlap as the allocator's own never would; then the allocator's own against its bitmap.
+// The records of CMA tracking, compared with a plain model of the list over random histories, whose
+// ranges overlap more than the allocator's would; then the allocator's ranges and its bitmap.
 #include "cma_fixture.h"
 
 #include <optional>
 
-#include <hosted/clock.h>
+#include <hosted/engine/clock.h>
 #include <kernel/jiffies.h>
 #include <rapidcheck.h>
 
@@ -17,7 +17,7 @@ namespace
 
 enum class action { alloc, alloc_untracked, alloc_failed, release, show, wait };
 
-// A step is a number, which is cheap to make in large amounts.
+// A step is made from a number: RapidCheck makes numbers fast.
 struct step {
 	explicit step(std::uint32_t n)
 		: in_area(n & 1), first(n >> 1 & 31), count((n >> 6 & 7) + 1), draw(n >> 9 & 127)
@@ -37,7 +37,7 @@ struct step {
 	}
 
 	unsigned in_area;
-	unsigned long first; // from the areas' common base on
+	unsigned long first; // counted from the common base of the areas
 	unsigned long count;
 	unsigned draw;
 };
@@ -65,7 +65,7 @@ protected:
 		interval_start = now;
 		model_listing();
 	}
-	// As records() == model, without a copy.
+	// The same as records() == model, without a copy.
 	bool agree()
 	{
 		auto at = model.begin();
@@ -88,7 +88,7 @@ protected:
 			model.insert(model.begin(), range);
 			break;
 		case action::alloc_untracked: {
-			const fault_scope fail(1);
+			const fault_scope fail("kmem_cache_alloc");
 			tell_alloc(of, pfn, s.count);
 			break;
 		}
@@ -120,7 +120,7 @@ protected:
 		interval_start = jiffies - 7501;
 	}
 
-	std::vector<cma_range> model; // as the module's list
+	std::vector<cma_range> model; // in the order of the module's list
 	unsigned long interval_start = 0;
 };
 
@@ -141,7 +141,7 @@ TEST_F(cma_property, records_follow_the_model)
 	EXPECT_GT(steps, 90'000U);
 }
 
-TEST_F(cma_property, records_cover_exactly_what_is_taken)
+TEST_F(cma_property, records_cover_exactly_what_is_allocated)
 {
 	EXPECT_TRUE(rc::check([&](const std::vector<std::uint8_t> &sizes) {
 		std::vector<std::pair<page *, unsigned long>> held;

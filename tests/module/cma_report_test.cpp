@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What CMA tracking tells: summaries, listings, and the pages where an allocation failed.
-#include <hosted/callstack.h>
-#include <hosted/clock.h>
+// The reports of CMA tracking: summaries, listings, and the pages where an allocation failed.
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/clock.h>
 #include <hosted/pins.h>
 
 #include "cma_fixture.h"
@@ -17,7 +17,7 @@ namespace
 class cma_report : public cma_test
 {
 protected:
-	// The log of a failed allocation of a range of the area.
+	// The log lines of an allocation that fails at a range of the area.
 	lines failed(unsigned long pfn, unsigned long count)
 	{
 		forget_log();
@@ -35,11 +35,11 @@ protected:
 	}
 };
 
-TEST_F(cma_report, show_is_about_one_area_but_sorts_all)
+TEST_F(cma_report, show_lists_one_area_but_sorts_all)
 {
 	EXPECT_EQ(write_file(show_path("camera"), "1"), -EACCES);
 	{
-		const fault_scope fail(1);
+		const fault_scope fail("simple_attr_open");
 		EXPECT_EQ(read_file(show_path("camera")), std::to_string(-ENOMEM));
 	}
 	for (const unsigned long pfn : {5000, 4200, 6000})
@@ -64,10 +64,10 @@ TEST_F(cma_report, show_is_about_one_area_but_sorts_all)
 				cma_range{"linux,cma", 5000, 5001},
 				cma_range{"linux,cma", 6000, 6001},
 				cma_range{"camera", 8300, 8300}))
-		<< "equal ones as they were";
+		<< "records with the same start keep their order";
 }
 
-TEST_F(cma_report, failures_have_their_summary_each_and_one_listing_an_interval)
+TEST_F(cma_report, each_failure_logs_a_summary_but_only_one_listing_per_interval)
 {
 	tell_alloc(area, 4096, 4);
 	const std::string summary =
@@ -89,7 +89,7 @@ TEST_F(cma_report, failures_have_their_summary_each_and_one_listing_an_interval)
 	EXPECT_EQ(fail(), whole);
 	EXPECT_THAT(log_lines(log_warning),
 		    ElementsAre("show_stackinfos_ratelimit: 2 callbacks suppressed\n"));
-	EXPECT_THAT(listed(area), ElementsAre("4096-4099 4")) << "show has no limit";
+	EXPECT_THAT(listed(area), ElementsAre("4096-4099 4")) << "reading show is not rate limited";
 }
 
 TEST_F(cma_report, free_blocks_are_skipped_and_at_most_three_pages_dumped)
@@ -106,7 +106,7 @@ TEST_F(cma_report, free_blocks_are_skipped_and_at_most_three_pages_dumped)
 	EXPECT_EQ(pages_of(0x1000, 8), (lines{two, one, dump(0x1005), dump(0x1006), dump(0x1007)}));
 	EXPECT_EQ(pages_of(0x1000, 6), (lines{two, one, dump(0x1005)}));
 	EXPECT_EQ(pages_of(0x1000, 5), (lines{two, one}));
-	EXPECT_EQ(pages_of(0x1000, 2), (lines{two})) << "it reaches beyond the range";
+	EXPECT_EQ(pages_of(0x1000, 2), (lines{two})) << "a free block may reach beyond the range";
 	EXPECT_EQ(pages_of(0x1005, 100), (lines{dump(0x1005), dump(0x1006), dump(0x1007)}));
 	EXPECT_THAT(pages_of(~0UL, 8), IsEmpty());
 
@@ -115,7 +115,7 @@ TEST_F(cma_report, free_blocks_are_skipped_and_at_most_three_pages_dumped)
 	EXPECT_EQ(pages_of(0x1000, 2048),
 		  (lines{free_run(0x1000, 0x13ff), free_run(0x1400, 0x17ff)}));
 	make_buddy(page_at(0x1400), 63);
-	EXPECT_EQ(pages_of(0x1400, 1), (lines{dump(0x1400)})) << "no such block";
+	EXPECT_EQ(pages_of(0x1400, 1), (lines{dump(0x1400)})) << "no block has this order";
 }
 
 TEST_F(cma_report, a_pinned_page_shows_where_the_allocator_gave_up)
@@ -123,7 +123,7 @@ TEST_F(cma_report, a_pinned_page_shows_where_the_allocator_gave_up)
 	cma_alloc(area, 2040);
 	for (page *p : {&page_at(base + 2040), &page_at(base + 2047)})
 		try_grab_page(*p, FOLL_PIN);
-	advance(7501); // for the area is nearly full, which has been told
+	advance(7501); // the usage warning has used up the interval
 	forget_log();
 	EXPECT_FALSE(cma_alloc(area, 4, 2));
 	EXPECT_THAT(log_lines(log_any, "lasttry-pfn:0x17fc").size(), 1U);
@@ -136,8 +136,8 @@ TEST_F(cma_report, a_pinned_page_shows_where_the_allocator_gave_up)
 	unpin(page_at(base + 2040));
 }
 
-// What others do at the moment when a record is printed and the list is unlocked.
-TEST_F(cma_report, a_record_may_go_while_it_is_printed)
+// Others change the list while a record is printed, since the lock is dropped for that.
+TEST_F(cma_report, a_record_may_be_released_while_it_is_printed)
 {
 	for (unsigned long i = 0; i < 5; i++)
 		tell_alloc(area, 4096 + 10 * i, 10);
@@ -152,14 +152,13 @@ TEST_F(cma_report, a_record_may_go_while_it_is_printed)
 			seen.push_back(text.substr(text.find("[4") + 1, 4));
 			if (seen.size() != 2)
 				return;
-			// The printed one, again though it is gone, the one before it and the one
-			// behind it.
+			// Release the printed record twice, then its neighbours.
 			for (const unsigned long pfn : {4106, 4106, 4096, 4116})
 				tell_release(area, pfn, 10);
 			tell_alloc(area, 4106, 10);
 			EXPECT_THAT(records(), ElementsAre(record(4106), record(4106), record(4126),
 							   record(4136)));
-			// A listing in the listing sorts it under the first one's feet.
+			// Another listing sorts the list in the middle of this one.
 			tell_alloc(area, ~0UL, 1, -ENOMEM);
 		});
 		listed(area);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The killer among processes of all kinds.
+// Killing by size among processes of all kinds.
 #include <numeric>
 #include <random>
 
 #include <fmt/format.h>
 #include <hosted/process.h>
-#include <hosted/task.h>
+#include <hosted/task_struct.h>
 
 #include "fixture.h"
 
@@ -26,7 +26,7 @@ protected:
 	{
 		return add_process(fmt::format("app-{}", pid), pid, use, 600);
 	}
-	// The signals since the last call, after a look at what all have in common.
+	// The victims since the last call. Checks that each signal was sent as it must be.
 	static std::vector<int> victims()
 	{
 		std::vector<int> pids;
@@ -56,7 +56,7 @@ protected:
 		exported<task_struct *(task_struct *)>("find_task_mm");
 };
 
-TEST_F(direct_kill, largest_first_until_the_target)
+TEST_F(direct_kill, kills_largest_first_until_the_target)
 {
 	expendable(1, {.file = 100, .anon = 20, .swap = 500, .shmem = 3});
 	expendable(2, {.anon = 200, .swap = 70});
@@ -71,11 +71,11 @@ TEST_F(direct_kill, largest_first_until_the_target)
 
 	expendable(5, {.anon = 9999, .swap = 1});
 	expendable(6, {.anon = 1, .swap = 2});
-	EXPECT_EQ(kill(1, 3), 3U) << "by swapped pages, of which the third has none";
+	EXPECT_EQ(kill(1, 3), 3U) << "by swapped pages; the third process has none";
 	EXPECT_EQ(victims(), (std::vector{6, 5}));
 }
 
-TEST_F(direct_kill, a_target_of_zero_takes_one_pass_and_equal_sizes_fall_to_the_last)
+TEST_F(direct_kill, a_target_of_zero_takes_one_pass_and_the_last_of_equal_sizes)
 {
 	EXPECT_EQ(kill(0, 0), 0U);
 	EXPECT_THAT(kills_logged(), IsEmpty());
@@ -87,7 +87,7 @@ TEST_F(direct_kill, a_target_of_zero_takes_one_pass_and_equal_sizes_fall_to_the_
 	EXPECT_EQ(victims(), (std::vector{3}));
 }
 
-TEST_F(direct_kill, spares_who_is_not_expendable)
+TEST_F(direct_kill, spares_processes_that_are_not_expendable)
 {
 	const memory_use much{.file = 100, .anon = 100, .swap = 100, .shmem = 100};
 
@@ -108,7 +108,7 @@ TEST_F(direct_kill, spares_who_is_not_expendable)
 	EXPECT_THAT(victims(), IsEmpty());
 	EXPECT_THAT(log_lines(log_any), IsEmpty());
 
-	// and none of it keeps anybody
+	// Other flags and states spare no process.
 	task_struct &process = add_process("app-11", 11, {.file = 1}, 1000);
 	set_task_flags(process, PF_MEMALLOC);
 	set_task_state(process, TASK_INTERRUPTIBLE | 0x400);
@@ -146,11 +146,11 @@ TEST_F(direct_kill, gives_up_after_twenty_passes)
 {
 	task_struct &first = expendable(1, {.anon = 10});
 	EXPECT_EQ(kill(0, never), 10U);
-	EXPECT_EQ(victims(), std::vector(passes, 1)) << "again and again";
+	EXPECT_EQ(victims(), std::vector(passes, 1)) << "the same victim in each pass";
 	EXPECT_EQ(kills_logged(), std::vector(passes, 1));
 
-	// A victim that does not go is passed over only until another one is found, so the order
-	// on the list decides; its pages count each time.
+	// A victim that does not exit is passed over only until another one is found, so the order
+	// of the list decides; its pages count each time.
 	expendable(2, {.anon = 30});
 	EXPECT_EQ(kill(0, 100), 120U);
 	EXPECT_EQ(victims(), (std::vector{2, 2, 2, 2}));
@@ -160,21 +160,21 @@ TEST_F(direct_kill, gives_up_after_twenty_passes)
 	EXPECT_EQ(victims(), (std::vector{2, 3, 2, 3}));
 }
 
-TEST_F(direct_kill, a_victim_that_is_gone_stays_selected)
+TEST_F(direct_kill, a_victim_that_exited_stays_selected)
 {
 	expendable(1, {.anon = 10});
 	expendable(2, {.anon = 30});
 	let_victims_exit(true);
 
 	EXPECT_EQ(kill(0, never), 40U);
-	EXPECT_EQ(victims(), (std::vector{2, 1})) << "one that has exited gets no signal";
+	EXPECT_EQ(victims(), (std::vector{2, 1})) << "an exited process gets no signal";
 	std::vector<int> logged(passes, 1);
 	logged[0] = 2;
 	EXPECT_EQ(kills_logged(), logged);
 	EXPECT_EQ(kill(0, never), 0U);
 }
 
-TEST_F(direct_kill, ten_thousand_processes)
+TEST_F(direct_kill, finds_the_victims_among_ten_thousand_processes)
 {
 	std::mt19937 random(1);
 	std::vector<std::pair<long, int>> sizes;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// A booted machine with the module loaded, and what tests of it share.
+// A booted machine with the module loaded, and helpers for its tests.
 #pragma once
 
 #include <algorithm>
@@ -11,14 +11,14 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <hosted/fault.h>
-#include <hosted/loader.h>
-#include <hosted/log.h>
-#include <hosted/machine.h>
+#include <hosted/engine/fault.h>
+#include <hosted/engine/loader.h>
+#include <hosted/engine/log.h>
+#include <hosted/engine/machine.h>
 #include <hosted/sysfs.h>
 #include <hosted/user_memory.h>
-#include <platform/client.h>
-#include <platform/ember.h>
+#include <platform/hosted/client.h>
+#include <platform/hosted/ember.h>
 
 namespace module_tests
 {
@@ -56,8 +56,8 @@ protected:
 		platform::take_ember_calls();
 	}
 
-	// The kernel log's lines of a level that contain the text, since the last forget_log(). The
-	// module's prefix reads "[function] " here, without the source line.
+	// The lines of the kernel log since the last forget_log() that have a level and contain a
+	// text. The module's prefix is shortened to "[function] ".
 	lines log_lines(int level, std::string_view text = {})
 	{
 		lines found;
@@ -81,7 +81,7 @@ protected:
 		log_.clear();
 	}
 
-	// A file's text, or its error as text.
+	// Returns a file's text, or the error number as text.
 	static std::string read_file(const std::string &path)
 	{
 		std::string text;
@@ -117,11 +117,11 @@ private:
 	std::vector<hosted::log_record> log_;
 };
 
-// The module is loaded and its client holds it; the client has not started anything yet.
+// The module is loaded and its client attached; the client has not started anything yet.
 class module_test : public machine_test
 {
 protected:
-	// Starts the optional subsystems, all of which must come up.
+	// Starts the optional subsystems and checks that all of them come up.
 	void start()
 	{
 		const auto results = client.start();
@@ -134,7 +134,7 @@ protected:
 	{
 		return module.symbol<F>(name);
 	}
-	// The same for a function or an object that only the module itself knows.
+	// The same for a function or object that is not exported.
 	template <class T>
 	T *internal(const char *name) const
 	{

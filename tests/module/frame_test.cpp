@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// What the loaded module shows, its two permanent hooks, and the page counts.
-#include <array>
+// The parameters and exports of the module, its two permanent hooks, and the page counts.
+#include <span>
 
 #include <hosted/mm.h>
 #include <hosted/mmzone.h>
 #include <hosted/vendor_hooks.h>
 #include <hosted/vmstat.h>
+#include <kernel/gfp.h>
 
 #include "fixture.h"
 
@@ -23,7 +24,7 @@ protected:
 	}
 };
 
-TEST_F(frame, shows_its_parameters_and_exports)
+TEST_F(frame, has_its_parameters_and_exports)
 {
 	EXPECT_EQ(module.image().params.size(), 14u);
 	for (const char *state : {"netlink_init", "memtrack_init_state"})
@@ -33,11 +34,11 @@ TEST_F(frame, shows_its_parameters_and_exports)
 		EXPECT_EQ(e.gpl_only, e.name == std::string("tarn_memory_event_report")) << e.name;
 }
 
-TEST_F(frame, warns_of_a_map_count_update_without_a_reference)
+TEST_F(frame, warns_if_the_map_count_of_an_unreferenced_page_changes)
 {
-	std::array<page, 3> compound;
+	const std::span compound = hosted::make_pages(3);
 	hosted::make_compound(compound);
-	compound[1].refcount = 1; // a tail's own count says nothing
+	compound[1].refcount = 1; // a tail page's own count is not used
 	compound[2].refcount = 0;
 	for (const int references : {1, 0}) {
 		compound[0].refcount = references;
@@ -47,8 +48,9 @@ TEST_F(frame, warns_of_a_map_count_update_without_a_reference)
 			trace_android_vh_update_page_mapcount(&p, true, true, &mapping, &success);
 			EXPECT_TRUE(mapping == 7 && !success);
 		}
-		EXPECT_EQ(log_lines(log_warning, " at drivers/mem_adapter/tarn_mapcount:").size(),
-			  references ? 0u : 3u);
+		EXPECT_EQ(
+			log_lines(log_warning, " at drivers/mem_adapter/tarn_mapcount.cpp:").size(),
+			references ? 0u : 3u);
 	}
 }
 
@@ -64,9 +66,10 @@ TEST_F(frame, small_movable_allocations_may_use_cma)
 	EXPECT_EQ(customised(0xfbfffff7, 0), 0xfbfffff7u);
 }
 
-TEST_F(frame, the_reserve_adds_up_over_the_zones)
+TEST_F(frame, the_reserve_is_the_sum_over_the_zones)
 {
-	// A zone's own and higher entries count, at least 0, and never more than it manages.
+	// A zone's entries for itself and higher zones count, at least 0 and at most what it
+	// manages.
 	hosted::set_zone(0, {{-9, -1, -5, -1, -7}, 30, 0, 1000});
 	hosted::set_zone(1, {{9999, 10, 700, 20, 30}, 40, 5, 1000});
 	hosted::set_zone(2, {{0, 0, 50, 0, 0}, 100, 1, 120});
@@ -104,7 +107,7 @@ TEST_F(frame, the_zram_watermark_follows_the_size_of_swap)
 	     {std::tuple{1572864ul, 1000ul, 0ul, 1571864ul, 314572ul},
 	      {1048576, 1048576, 0, 0, 786432},
 	      {1048577, 5, 0, 1048572, 209715},
-	      // The size is what is used and what can still be used.
+	      // Size is used plus free pages.
 	      {1000, 400, 100, 600, 675}}) {
 		hosted::set_swap(size, free, going_away);
 		EXPECT_EQ(count("tarn_get_zram_page"), used) << size;
@@ -113,6 +116,10 @@ TEST_F(frame, the_zram_watermark_follows_the_size_of_swap)
 	const std::string ratio = "[tarn_cpa_get_zram_watermark_page] cpa_zram_ratio: ";
 	EXPECT_THAT(log_lines(log_info, ratio),
 		    testing::ElementsAre(ratio + "20", ratio + "75", ratio + "20", ratio + "75"));
+
+	const hosted::fault_scope lacking("swapinfo", 1, hosted::fault_scope::mode::from_then_on);
+	EXPECT_EQ(count("tarn_get_zram_page"), 0U);
+	EXPECT_EQ(count("tarn_cpa_get_zram_watermark_page"), 0U) << "though pages are free";
 }
 
 } // namespace

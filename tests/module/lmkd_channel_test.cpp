@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The netlink channel to lmkd, seen from both of its ends.
+// The netlink channel to lmkd, from both ends.
 #include <array>
 #include <span>
 
 #include <hosted/netlink.h>
 #include <kernel/netlink.h>
-#include <platform/lmkd.h>
+#include <platform/hosted/lmkd.h>
 
 #include "fixture.h"
 
@@ -32,9 +32,9 @@ protected:
 	int (*const notify)(unsigned) = exported<int(unsigned)>("lmkd_notify");
 };
 
-TEST_F(lmkd_channel, the_last_handshake_gets_what_follows)
+TEST_F(lmkd_channel, notifications_go_to_the_last_handshake)
 {
-	EXPECT_EQ(notify(8), 0); // comes back to the module
+	EXPECT_EQ(notify(8), 0); // without a handshake it goes to the module itself
 	platform::lmkd first(100);
 	hosted::netlink_socket second(unit, 4242);
 	first.handshake();
@@ -73,13 +73,13 @@ TEST_F(lmkd_channel, only_a_handshake_at_the_start_of_a_datagram_counts)
 	EXPECT_TRUE(other.receive());
 }
 
-TEST_F(lmkd_channel, what_is_not_delivered_is_only_logged)
+TEST_F(lmkd_channel, an_undelivered_notification_is_only_logged)
 {
 	platform::lmkd daemon(100, 2);
 	daemon.handshake();
 	notify(1);
 	{
-		const hosted::fault_scope fail(1);
+		const hosted::fault_scope fail("nlmsg_new");
 		EXPECT_EQ(notify(2), -1);
 	}
 	EXPECT_THAT(errors(), ElementsAre("[lmkd_notify] NETLINK_LMKD_INIT nlmsg_new fail\n"));
@@ -100,14 +100,14 @@ TEST_F(lmkd_channel, opens_and_closes)
 {
 	platform::lmkd daemon(100);
 	EXPECT_EQ(daemon.handshake(), 0);
-	open(); // finds it open
+	open(); // while it is open
 	notify(3);
 	close();
 	EXPECT_EQ(log_lines(log_info, "release"),
 		  lines{"[tarn_memory_netlink_exit] netlink_kernel_release.\n"});
 	EXPECT_EQ(daemon.handshake(), -ECONNREFUSED);
 	{
-		const hosted::fault_scope fail(1);
+		const hosted::fault_scope fail("netlink_kernel_create");
 		EXPECT_EQ(open(), -1);
 	}
 	EXPECT_EQ(errors("netlink_kernel_create"),

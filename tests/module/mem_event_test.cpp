@@ -2,8 +2,8 @@
 // Memory event counters and their report.
 
 #include <fmt/format.h>
-#include <hosted/clock.h>
-#include <hosted/tasks.h>
+#include <hosted/engine/clock.h>
+#include <hosted/task_control.h>
 #include <hosted/vendor_hooks.h>
 #include <kernel/jiffies.h>
 
@@ -23,7 +23,7 @@ protected:
 	{
 		return hosted::write_file(directory_ + control, text);
 	}
-	// The values of each report that is sent in the next ticks.
+	// The values of each report sent during the next ticks.
 	static lines reports_in(unsigned long ticks)
 	{
 		lines reports;
@@ -43,7 +43,7 @@ protected:
 	const std::string head_ = "31000402203 memory_event 55500 85500 60000 25000 ";
 };
 
-TEST_F(mem_event, a_report_follows_at_once_and_carries_everything)
+TEST_F(mem_event, enabling_sends_a_report_of_everything_at_once)
 {
 	for (unsigned type = 0; type < 9; type++)
 		for (unsigned i = 0; i <= type; i++)
@@ -88,7 +88,7 @@ TEST_F(mem_event, the_level_chooses_the_period)
 	}
 }
 
-TEST_F(mem_event, what_is_no_integer_is_refused)
+TEST_F(mem_event, controls_accept_only_integers)
 {
 	for (const char *control : {"enabled", "level"}) {
 		for (const char *text : {"x", "1x", "0x1", " 1", "1\n\n", "-", "\n"})
@@ -99,7 +99,7 @@ TEST_F(mem_event, what_is_no_integer_is_refused)
 	EXPECT_THAT(reports_in(30000000), IsEmpty());
 }
 
-TEST_F(mem_event, counts_while_it_is_off)
+TEST_F(mem_event, counts_while_reports_are_off)
 {
 	set("enabled", "1");
 	reports_in(1);

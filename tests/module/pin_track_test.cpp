@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Reports of who pins pages of CMA pageblocks.
-#include <hosted/clock.h>
-#include <hosted/context.h>
+// The reports of who pins pages of CMA pageblocks.
+#include <hosted/engine/clock.h>
+#include <hosted/engine/context.h>
 #include <hosted/kprobes.h>
-#include <hosted/page_frames.h>
+#include <hosted/mm.h>
 #include <hosted/pins.h>
-#include <hosted/tasks.h>
+#include <hosted/task_control.h>
 #include <kernel/jiffies.h>
 
 #include "fixture.h"
@@ -26,7 +26,7 @@ protected:
 		add_frames(4096, 1024);
 		set_migratetype(4096, KERNEL_MIGRATE_CMA);
 	}
-	// What a task's pin of a frame says, when it comes so much later.
+	// The log lines when a task pins a page frame, after time has moved on.
 	lines pinned_by(const char *comm, unsigned long pfn, unsigned long later = 1251,
 			unsigned flags = FOLL_PIN)
 	{
@@ -43,7 +43,7 @@ protected:
 	}
 };
 
-TEST_F(pin_track, tells_the_task_the_function_and_the_folio)
+TEST_F(pin_track, reports_the_task_the_function_and_the_folio)
 {
 	const std::string start = "[show_pinner] app ";
 	make_compound({&page_at(4096), 16});
@@ -59,11 +59,12 @@ TEST_F(pin_track, tells_the_task_the_function_and_the_folio)
 	folio_add_pin(page_at(4096));
 	EXPECT_EQ(log_lines(log_any).back(), start + "folio_add_pin [0x1000-0x100f]");
 	advance(1251);
-	EXPECT_EQ(try_grab_folio(page_at(4097), 3, FOLL_PIN), &page_at(4096)) << "it runs as ever";
+	EXPECT_EQ(try_grab_folio(page_at(4097), 3, FOLL_PIN), &page_at(4096))
+		<< "the function still runs";
 	EXPECT_EQ(log_lines(log_any).back(), start + "try_grab_folio [0x1001-0x1010]");
 }
 
-TEST_F(pin_track, says_nothing_of_what_is_no_pin_of_a_cma_page_by_others)
+TEST_F(pin_track, ignores_other_references_other_pages_and_excluded_tasks)
 {
 	EXPECT_EQ(pinned_by("app", 4096).size(), 1U);
 	EXPECT_EQ(pinned_by("app", 4607, 1251, FOLL_PIN | foll_get).size(), 1U);
@@ -81,9 +82,9 @@ TEST_F(pin_track, says_nothing_of_what_is_no_pin_of_a_cma_page_by_others)
 		EXPECT_EQ(pinned_by(name, 4096).size(), 1U) << name;
 }
 
-TEST_F(pin_track, one_line_an_interval_over_all_functions_and_across_the_wrap)
+TEST_F(pin_track, logs_one_line_per_interval_for_all_functions_and_across_the_wrap)
 {
-	EXPECT_TRUE(reported(0)) << "the first of all";
+	EXPECT_TRUE(reported(0)) << "the first pin";
 	advance(1000);
 	folio_add_pin(page_at(4096));
 	try_grab_folio(page_at(4096), 1, FOLL_PIN);

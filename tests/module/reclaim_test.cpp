@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Reclaim, drops and compaction: what the kernel is asked for, and the walk over its inodes.
+// Reclaim, drops and compaction: the calls into the kernel, and the walk over inodes.
 #include <fmt/format.h>
 #include <hosted/debug_symbol.h>
 #include <hosted/fs.h>
@@ -22,7 +22,7 @@ using indices = std::vector<unsigned long>;
 class reclaim : public module_test
 {
 protected:
-	// A file with a page to drop.
+	// Creates a file with a page to drop.
 	static inode &cached_file(super_block &sb)
 	{
 		inode &file = create_file(sb);
@@ -83,7 +83,7 @@ TEST_F(reclaim, drops_slab_and_compacts_once)
 								 .highest_zone = 1}));
 }
 
-TEST_F(reclaim, what_the_kernel_does_not_have_is_logged_and_left)
+TEST_F(reclaim, a_missing_kernel_function_is_logged_and_nothing_done)
 {
 	struct service {
 		const char *name;
@@ -143,7 +143,7 @@ TEST_F(reclaim, drops_the_clean_pages_of_every_file_system)
 		EXPECT_EQ(references(*each), 0);
 }
 
-TEST_F(reclaim, leaves_inodes_on_their_way_in_or_out)
+TEST_F(reclaim, skips_inodes_that_are_created_or_freed)
 {
 	super_block &sb = mount();
 	files dropped;
@@ -157,7 +157,7 @@ TEST_F(reclaim, leaves_inodes_on_their_way_in_or_out)
 	EXPECT_EQ(take_invalidations(), dropped);
 }
 
-TEST_F(reclaim, a_pending_reschedule_makes_an_empty_inode_worth_a_stop)
+TEST_F(reclaim, a_pending_reschedule_makes_the_walk_stop_at_an_empty_inode)
 {
 	super_block &sb = mount();
 	create_file(sb);
@@ -169,13 +169,13 @@ TEST_F(reclaim, a_pending_reschedule_makes_an_empty_inode_worth_a_stop)
 	set_need_resched(true);
 	drop_pagecache();
 	EXPECT_EQ(take_invalidations(), (files{&empty, &full}))
-		<< "dropping a page gives way, and nothing is pending any more";
+		<< "dropping a page rescheduled, so nothing is pending any more";
 	EXPECT_FALSE(helper_need_resched());
 	drop_pagecache();
 	EXPECT_THAT(take_invalidations(), IsEmpty());
 }
 
-TEST_F(reclaim, files_come_and_go_while_the_walk_is_out)
+TEST_F(reclaim, files_come_and_go_while_the_list_is_unlocked)
 {
 	super_block &sb = mount();
 	std::vector<inode *> all; // in the walk's order
@@ -186,9 +186,9 @@ TEST_F(reclaim, files_come_and_go_while_the_walk_is_out)
 		ASSERT_EQ(&file, all[at]) << at;
 		EXPECT_EQ(references(file), 1);
 		if (at > 0) {
-			EXPECT_EQ(references(*all[at - 1]), 1) << "let go of too early";
+			EXPECT_EQ(references(*all[at - 1]), 1) << "put too early";
 		}
-		cached_file(sb); // ahead of all: the walk does not come there
+		cached_file(sb); // added in front of all, where the walk has passed
 		switch (at) {
 		case 0: // the one at hand, and its neighbour
 			remove_file(file);
@@ -210,7 +210,7 @@ TEST_F(reclaim, files_come_and_go_while_the_walk_is_out)
 
 	take_invalidations();
 	drop_pagecache();
-	EXPECT_EQ(take_invalidations().size(), 6U) << "those that came meanwhile";
+	EXPECT_EQ(take_invalidations().size(), 6U) << "including those created meanwhile";
 	for (const std::size_t stays : {1U, 3U, 4U, 5U})
 		EXPECT_EQ(references(*all[stays]), 0);
 }

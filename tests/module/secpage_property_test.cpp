@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Random histories of range changes against a plain model of the kernel's page tables.
+// Random histories of range changes, compared with a plain model of the kernel's page tables.
 #include "fixture.h"
 
 #include <array>
@@ -36,7 +36,7 @@ struct step {
 	u64 size;
 	u64 prot;	  // or the attributes of what boots
 	int level;	  // of what boots
-	unsigned failing; // call; 0: none
+	unsigned failing; // page for a table; 0: none
 };
 
 std::ostream &operator<<(std::ostream &os, const step &s)
@@ -47,7 +47,7 @@ std::ostream &operator<<(std::ostream &os, const step &s)
 				 s.prot, s.level, s.failing);
 }
 
-// Where the kernel would have a virtual address.
+// The physical address of a virtual one in the kernel's linear map.
 constexpr u64 linear(u64 virt)
 {
 	return virt - lowest_kernel_address + 32 * gib;
@@ -67,7 +67,7 @@ bool safe(u64 old, u64 fresh)
 	       (old | safe_changes(old, fresh)) == (fresh | safe_changes(old, fresh));
 }
 
-// A plain map from address to entry at each level; what is not there is empty.
+// A plain map from address to entry at each level. Missing entries are empty.
 class model
 {
 public:
@@ -77,7 +77,7 @@ public:
 		return level == 1 ? root_[number % 512]
 				  : tables_[level - 2][number / 512][number % 512];
 	}
-	// False under a block.
+	// Returns false below a block.
 	bool boot(const step &s)
 	{
 		for (int level = 1; level < s.level; level++)
@@ -85,7 +85,7 @@ public:
 				return false;
 		for (int level = 1; level < s.level; level++)
 			at(s.virt, level) = table;
-		// what was below goes
+		// Forget what was below.
 		if (s.level == 1)
 			tables_[0].erase(s.virt >> 30);
 		if (s.level < 3)
@@ -94,7 +94,7 @@ public:
 		at(s.virt, s.level) = s.prot == 0 ? 0 : s.phys | s.prot;
 		return true;
 	}
-	// pages: tables that can be had; true when they were enough
+	// pages: how many tables can be allocated. Returns whether they were enough.
 	bool change(const step &s, unsigned pages)
 	{
 		left_ = pages;
@@ -112,7 +112,7 @@ public:
 		return translation{(entry & output) + virt % entry_span(level),
 				   entry & ~(output | 3), level};
 	}
-	[[nodiscard]] bool has_table(u64 virt, int level)
+	[[nodiscard]] bool ensure_table(u64 virt, int level)
 	{
 		for (int above = 1; above < level; above++)
 			if (at(virt, above) != table)
@@ -168,7 +168,7 @@ private:
 				piece = ((old & address & ~(mib2 - 1)) + i * span) | page_kernel |
 					(arm64_use_ng_mappings ? not_global : 0);
 		}
-		counts.barriers += old == 0 ? 1 : 513;
+		counts.barriers += old == 0 ? 2 : 514;
 		counts.flushes++;
 		return true;
 	}
@@ -176,10 +176,11 @@ private:
 	unsigned left_ = 0;
 	using entries = std::array<u64, 512>;
 	entries root_{};
-	std::array<std::unordered_map<u64, entries>, 2> tables_; // by what their entry maps
+	std::array<std::unordered_map<u64, entries>, 2>
+		tables_; // keyed by the range that their entry maps
 };
 
-// The bits of a number, used up piece by piece.
+// Random choices, drawn from the bits of a number.
 class dice
 {
 public:
@@ -206,12 +207,12 @@ u64 attributes_from(dice &d)
 	u64 bits = d.one_of({page_kernel, page_kernel, page_kernel, page_kernel & ~3ULL});
 	for (const unsigned bit : {7, 11, 51, 53})
 		bits ^= d.roll(3) == 0 ? 1ULL << bit : 0;
-	// the memory type, user access and contiguity
+	// Memory type, user access and contiguity.
 	return bits ^
 	       d.one_of({0, 0, 0, 0, 1ULL << 2, 1ULL << 2, 1ULL << 4, 1ULL << 6, contiguous});
 }
 
-// In the first or last three gigabytes, at the edges of a gigabyte and of 2 MiB above all.
+// In the first or last three gigabytes, mostly at the edges of a gigabyte or of 2 MiB.
 u64 start_from(dice &d)
 {
 	return lowest_kernel_address + d.one_of({0, 1, 2, 509, 510, 511}) * gib +
@@ -269,21 +270,18 @@ protected:
 		std::optional<fault_scope> fault;
 
 		if (s.failing)
-			fault.emplace(s.failing, fault_scope::mode::from_then_on);
+			fault.emplace("__get_free_pages", s.failing,
+				      fault_scope::mode::from_then_on);
 		forget_log();
 		call({s.phys}, s.virt, s.size, {s.prot});
-		bool done = good;
-		if (good && s.failing > 2)
-			done = plain.change(s, s.failing - 3);
-		else if (good)
-			done = s.failing == 0 && plain.change(s, ~0U);
+		const bool done = good && plain.change(s, s.failing ? s.failing - 1 : ~0U);
 		RC_ASSERT(errors().empty() == (done || s.size == 0));
 		RC_ASSERT(table_activity() == plain.counts);
 		if (good)
 			compare(s.virt, s.virt + s.size);
 	}
-	// From 2 MiB before the range to 2 MiB behind it: the pages at its ends, each entry, and
-	// some of the pages in between.
+	// Compares from 2 MiB before the range to 2 MiB after it: the pages at its ends, and some
+	// in between.
 	void compare(u64 begin, u64 end)
 	{
 		const auto look = [&](u64 virt) {
@@ -306,7 +304,7 @@ protected:
 				if (found != plain.translate(virt))
 					RC_FAIL(fmt::format("at {:#x}", virt));
 				const bool pages =
-					plain.has_table(virt, 1) && plain.has_table(virt, 2);
+					plain.ensure_table(virt, 1) && plain.ensure_table(virt, 2);
 				virt += pages ? page : mib2;
 			}
 		}
@@ -322,7 +320,7 @@ protected:
 		exported<decltype(tarn_change_secpage_range)>("tarn_change_secpage_range");
 	model plain;
 	unsigned long changes = 0;
-	unsigned long flushes = 0; // tables made
+	unsigned long flushes = 0; // one for each table made
 };
 
 TEST_F(secpage_property, module_and_model_agree)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Slab tracking under test: caches with traffic, the commands, and what the module makes of it.
+// Helpers for tests of slab tracking: traffic in a cache, commands, and readouts.
 #pragma once
 
 #include <string>
@@ -7,12 +7,12 @@
 #include <utility>
 #include <vector>
 
-#include <hosted/callstack.h>
-#include <hosted/context.h>
+#include <hosted/engine/callstack.h>
+#include <hosted/engine/context.h>
 #include <hosted/slab.h>
-#include <hosted/tasks.h>
+#include <hosted/task_control.h>
 #include <slub_track.h>
-#include <tools/tarnctl/readout.h>
+#include <tarnctl/hunt/readout.h>
 
 #include "fixture.h"
 
@@ -25,8 +25,7 @@ inline constexpr u32 off = MEMCHECK_CMD_OFF;
 inline constexpr u64 half_ring = slub_ring_entries / 2;
 inline constexpr const char *drain_threads[SLUB_KINDS] = {"slub-alloc", "slub-free"};
 
-// Events of one kind only: the other half of each object's life goes by the bulk calls, which no
-// probe sees.
+// Make events of one kind only: the other half of each object's life is hidden from the probes.
 inline void record_alloc(kmem_cache &cache, u64 times = 1)
 {
 	for (u64 i = 0; i < times; i++)
@@ -36,17 +35,17 @@ inline void record_alloc(kmem_cache &cache, u64 times = 1)
 inline void record_free(kmem_cache &cache, u64 times = 1)
 {
 	for (u64 i = 0; i < times; i++)
-		hosted::release(cache, hosted::allocate_quietly(cache, GFP_ATOMIC));
+		hosted::release(cache, hosted::allocate_untraced(cache, GFP_ATOMIC));
 }
 
-// The call stack of a function that system calls reach, innermost first.
+// The call stack of a function called from a system call, innermost first.
 inline std::vector<unsigned long> path(std::string_view function)
 {
 	return {hosted::symbol_address(function, 0x10, 0x80),
 		hosted::symbol_address("invoke_syscall", 0x48, 0x114)};
 }
 
-// A task's allocations in a function.
+// Allocates in a function, as a task.
 inline void allocate_in(std::string_view function, kmem_cache &cache, u64 times,
 			std::string_view comm = "task", int pid = 7)
 {
@@ -74,7 +73,7 @@ protected:
 	void SetUp() override
 	{
 		start();
-		// The drain threads sleep from here on: only a sleeper can be woken.
+		// Let the drain threads go to sleep: only a sleeping thread can be woken.
 		hosted::settle();
 	}
 
@@ -106,7 +105,7 @@ protected:
 		return read();
 	}
 
-	// Only while no thread records or drains.
+	// Call only while no thread records or drains.
 	[[nodiscard]] ring_counters ring(int kind) const NO_THREAD_SAFETY_ANALYSIS
 	{
 		const slub_ringbuf &r = internal<slub_ringbuf>("srb_array")[kind];
@@ -115,7 +114,7 @@ protected:
 	}
 };
 
-// The same, and a cache that is tracked.
+// The same, with a cache being tracked.
 class slub_tracking : public slub_test
 {
 protected:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Slab tracking against a plain model of it, over random histories.
+// Slab tracking, compared with a plain model over random histories.
 #include "slub_fixture.h"
 
 #include <map>
@@ -7,7 +7,7 @@
 #include <optional>
 
 #include <fmt/format.h>
-#include <hosted/fault.h>
+#include <hosted/engine/fault.h>
 #include <rapidcheck.h>
 
 using namespace hosted;
@@ -26,7 +26,7 @@ struct step {
 	std::string comm;
 	int pid;
 	context_kind context;
-	bool saved; // the stack, in the depot
+	bool saved; // whether the depot takes the stack
 	int times;
 };
 
@@ -57,7 +57,7 @@ rc::Gen<step> any_step()
 }
 
 struct event {
-	std::string place; // the innermost frame, or the caller's address where no stack is saved
+	std::string place; // the innermost frame, or the caller's address without a saved stack
 	std::string comm;
 	long pid;
 };
@@ -70,7 +70,7 @@ struct tally {
 	bool operator==(const tally &) const = default;
 };
 
-// One kind: its ring, its thread and what they have counted by place and task.
+// A kind: its ring, its thread, and the counts by place and task.
 struct model {
 	std::vector<event> pending;
 	u64 out = 0;
@@ -101,8 +101,8 @@ struct model {
 	}
 };
 
-// A kind's records against the model, which is emptied. Which of equally frequent tasks of a place
-// are shown is not determined.
+// Compares a kind's records with the model and empties the model. Among equally frequent tasks of a
+// place, the readout may show any.
 void check_records(const std::vector<tarn::caller_record> &records, model &m)
 {
 	using weight = std::pair<unsigned long, long>; // total, count
@@ -149,7 +149,7 @@ protected:
 				const context_scope in(s.context);
 				std::optional<fault_scope> fault;
 				if (!s.saved)
-					fault.emplace(2);
+					fault.emplace("stack_depot_save");
 				(s.kind == SLUB_ALLOC ? record_alloc : record_free)(*cache, 1);
 			}
 			settle();
@@ -199,7 +199,7 @@ protected:
 			RC_ASSERT(ring(kind) == ring_counters(m.out + m.pending.size(), m.out));
 		}
 	}
-	// A history that failed may have left anything.
+	// Needed after a history that failed half-way.
 	void begin_again()
 	{
 		switch_in_both(false);
@@ -226,7 +226,7 @@ TEST_F(slub_property, module_and_model_agree)
 		switch_in_both(false);
 		read_both();
 	}));
-	begin_again(); // a thread that is held could not be stopped
+	begin_again(); // a held thread could not be stopped
 }
 
 } // namespace

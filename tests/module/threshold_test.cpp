@@ -48,7 +48,7 @@ TEST_F(thresholds, the_mask_selects_what_is_set_and_read)
 	}
 }
 
-TEST_F(thresholds, a_record_out_of_reach_changes_nothing)
+TEST_F(thresholds, a_record_that_faults_changes_nothing)
 {
 	const memcheck_threshold record{15, 1, 2, 3, 4};
 	for (std::size_t at = 0; at < sizeof(record); at++) {
@@ -81,7 +81,7 @@ TEST_F(thresholds, slab_must_exceed_and_vmalloc_must_reach)
 		EXPECT_FALSE(holds_at(1023));
 		EXPECT_EQ(holds_at(1024), !slab);
 		EXPECT_TRUE(holds_at(1025));
-		EXPECT_TRUE(holds_at(1L << 30 | 1)); // more KiB than 32 bits hold
+		EXPECT_TRUE(holds_at(1L << 30 | 1)); // more KiB than fit in 32 bits
 		client.set_thresholds({15, 0, 0, 0, 0});
 		EXPECT_EQ(holds_at(0), !slab);
 		EXPECT_TRUE(holds_at(1));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// The watermark check against its rule in plain code, over random machines.
+// The watermark check, compared with its rule in plain code on random machines.
 #include <array>
 #include <numeric>
 
@@ -173,8 +173,8 @@ protected:
 			state.lowmem_reserve[s.index] = s.value;
 		}
 	}
-	// Brings the zone to the brink, in its own count or in a snapshot: what the caller would
-	// leave over is small or less than that, and so is the distance to the drift mark.
+	// Brings the zone close to its watermark, in its own count or in a snapshot, and close to
+	// its drift mark, so that a small difference changes the answer.
 	void balance(const step &s, bool by_snapshot)
 	{
 		zone_model &z = machine.zone[s.zone];
@@ -241,7 +241,7 @@ TEST_F(zone_watermark, agrees_with_the_rule)
 	constexpr int steps = 120;
 
 	EXPECT_TRUE(rc::check([&] {
-		// ranges grow with the size: all of them from the start
+		// Ranges grow with the size; use the full ranges from the start.
 		const auto history = *rc::gen::resize(
 			rc::kNominalSize, rc::gen::container<std::vector<step>>(steps, any_step()));
 		begin_again();
@@ -251,10 +251,11 @@ TEST_F(zone_watermark, agrees_with_the_rule)
 		}
 	}));
 	EXPECT_GE(passed + failed, 1000000U);
-	EXPECT_GT(std::min(passed, failed), (passed + failed) / 10) << "hardly a test";
+	EXPECT_GT(std::min(passed, failed), (passed + failed) / 10)
+		<< "answers must not be one-sided";
 }
 
-TEST_F(zone_watermark, an_order_beyond_every_block_fails_whatever_is_free)
+TEST_F(zone_watermark, an_order_above_the_highest_always_fails)
 {
 	set_zone(1, {.free = 1L << 50});
 

@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <tarnctl/cma_print.h>
-#include <tarnctl/cma_read.h>
-#include <tarnctl/control_device.h>
+#include <tarnctl/cma/cma_print.h>
+#include <tarnctl/cma/cma_reader.h>
+#include <tarnctl/device/device_error.h>
 
 #include "played_log.h"
 
@@ -101,7 +101,7 @@ public:
 	// The log brings one report an attempt; the last of them again and again.
 	cma_area read(const std::vector<std::vector<std::string>> &reports)
 	{
-		return cma_files(root).read("cma a", [this, &reports] {
+		return cma_reader(root).read("cma a", [this, &reports] {
 			const std::size_t at = std::min(logs.size(), reports.size() - 1);
 
 			logs.emplace_back();
@@ -301,8 +301,8 @@ TEST(cma_text, has_usage_limit_map_and_owners)
 				    "  range    pfn 1000 to 5095: 4096 pages, 65536 KiB\n"
 				    "  used     80 pages, 2.0 % (20 bits of 4 pages)\n"
 				    "  tracked  1048 pages in 4 ranges; more than used: "));
-	EXPECT_THAT(text, HasSubstr("850/1024: the kernel warns above 3400 used pages; that many "
-				    "are not used\n"));
+	EXPECT_THAT(text, HasSubstr("850/1024: the kernel warns above 3400 used pages; no more "
+				    "are used now\n"));
 	EXPECT_THAT(text, HasSubstr(" 4 pages (64 KiB); . free; # tracked\n"
 				    "  1000  #.##########....#...."));
 	EXPECT_THAT(text, HasSubstr("\n  1256  ....."));
@@ -314,19 +314,18 @@ TEST(cma_text, has_usage_limit_map_and_owners)
 				    "            g\n"));
 
 	area.report.used_bits = 850;
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; that many are not used\n"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; no more are used now\n"));
 	area.report.used_bits = 851;
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; that many are used\n"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; more are used now\n"));
 	EXPECT_THAT(cma_text(area, 4096), HasSubstr("; 2356 pages used but not tracked\n"));
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr(" free, but for 2356 pages in unknown places"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr(" free, except 2356 pages in unknown places"));
 	area.limit_permillage = 1024;
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr("1024/1024: no use is above it\n"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("1024/1024: never reached\n"));
 	area.order.reset();
 	area.report.lost = true;
 	EXPECT_THAT(cma_text(area, 4096),
-		    HasSubstr("851 bits of the allocation bitmap, each for an "
-			      "unknown number"));
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr("The kernel log ran over"));
+		    HasSubstr("851 bits of the allocation bitmap; pages per bit unknown"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("The kernel log overran"));
 }
 
 TEST(cma_json, has_areas_records_and_frames)
@@ -349,7 +348,7 @@ TEST(cma_json, has_areas_records_and_frames)
 	EXPECT_EQ(cma_json({}), "{\n  \"areas\": []\n}\n");
 }
 
-TEST(cma_files, are_read_again_until_the_report_stands_alone)
+TEST(cma_reader, are_read_again_until_the_report_stands_alone)
 {
 	fake_files files;
 	const cma_area area = files.read({{}, {summary, frame}, {summary, first, frame}, {}});
@@ -361,7 +360,7 @@ TEST(cma_files, are_read_again_until_the_report_stands_alone)
 	EXPECT_EQ(area.limit_permillage, -3);
 }
 
-TEST(cma_files, that_do_not_tell_all_leave_it_open)
+TEST(cma_reader, that_do_not_tell_all_leave_it_open)
 {
 	fake_files files;
 
@@ -375,10 +374,10 @@ TEST(cma_files, that_do_not_tell_all_leave_it_open)
 	EXPECT_THROW(files.read({{}}), device_error);
 }
 
-TEST(cma_files, name_the_areas_that_there_are)
+TEST(cma_reader, name_the_areas_that_there_are)
 {
 	const fake_files files;
-	const cma_files cma(files.root);
+	const cma_reader cma(files.root);
 	const auto no_log = [] {
 		return kernel_log(file_descriptor());
 	};
@@ -386,7 +385,7 @@ TEST(cma_files, name_the_areas_that_there_are)
 	EXPECT_THAT(cma.names(), ElementsAre("b", "bb", "cma a"));
 	EXPECT_THROW((void)cma.read("cma", no_log), unknown_area);
 	EXPECT_THROW((void)cma.read("b/../b", no_log), unknown_area);
-	EXPECT_THROW((void)cma_files(files.root + "/none").names(), device_error);
+	EXPECT_THROW((void)cma_reader(files.root + "/none").names(), device_error);
 }
 
 } // namespace tarn

@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include <gtest/gtest.h>
-#include <tarnctl/pages.h>
-#include <tarnctl/thresholds.h>
+#include <tarnctl/device/pages.h>
+#include <tarnctl/device/thresholds.h>
 
 namespace tarn
 {
@@ -12,7 +12,7 @@ namespace tarn
 namespace
 {
 
-class fake_device : public control_device
+class fake_device : public ioctl_device
 {
 public:
 	int call(unsigned long request, void *argument) override
@@ -47,6 +47,9 @@ TEST(thresholds, of_one_command_are_set_in_one_call)
 	EXPECT_EQ(device.set.slab_k, 0U);
 	EXPECT_EQ(thresholds_text(get_thresholds(device)),
 		  "slab_k 1 kB\nvmalloc_k 2 kB\nslab_leak_k 3 kB\nvmalloc_leak_k 15 kB\n");
+	EXPECT_EQ(thresholds_json({0, 1, 2, 3, UINT32_MAX}),
+		  "{\n  \"slab_k\": 1,\n  \"vmalloc_k\": 2,\n  \"slab_leak_k\": 3,\n"
+		  "  \"vmalloc_leak_k\": 4294967295\n}\n");
 	device.result = -14;
 	EXPECT_THROW(get_thresholds(device), device_error);
 }

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The hunt from end to end, and the command line as a person meets it.
-#include <array>
-#include <cstdio>
-#include <filesystem>
 #include <map>
 #include <tuple>
 
 #include <gtest/gtest.h>
-#include <hosted/loader.h>
-#include <tarnctl/hunt_hosted.h>
-#include <tarnctl/readout.h>
+#include <nlohmann/json.hpp>
+#include <tarnctl/hunt/hunt_hosted.h>
+#include <tarnctl/hunt/readout.h>
+#include <tarnctl/hunt/replay.h>
 
+#include "tarnctl_program.h"
 #include "trace_testing.h"
 
 namespace tarn
@@ -39,8 +38,9 @@ callers expected_callers(const trace::loaded &loaded, const std::string &cache, 
 		const std::int64_t pid = e.in_interrupt ? 0 : e.pid;
 		std::string stack;
 
-		for (const std::uint32_t id : e.stack())
-			stack += trace::written(loaded.frames[id]) + "\n";
+		for (const std::uint32_t id : loaded.stacks[e.stack].subspan(
+			     0, std::min(replay::frame_limit, loaded.stacks[e.stack].size())))
+			stack += trace::written(loaded.stacks.frames()[id]) + "\n";
 		auto &[count, low, high] =
 			all.try_emplace({comm, stack}, 0, pid, pid).first->second;
 
@@ -66,29 +66,6 @@ callers found_callers(const std::vector<caller_record> &records)
 	return all;
 }
 
-struct outcome {
-	int status;
-	std::string out;
-	std::string err;
-};
-
-outcome tarnctl(const std::string &arguments)
-{
-	const temp_file errors("");
-	const std::string program =
-		(hosted::default_module_path().parent_path() / "tarnctl").string();
-	std::FILE *pipe = popen((program + " " + arguments + " 2>" + errors.path()).c_str(), "r");
-	outcome result{};
-	std::array<char, 4096> buffer;
-
-	while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe))
-		result.out.append(buffer.data(), n);
-	result.status = WEXITSTATUS(pclose(pipe));
-	std::ifstream file(errors.path());
-	result.err.assign(std::istreambuf_iterator<char>(file), {});
-	return result;
-}
-
 } // namespace
 
 TEST(hunt, counts_equal_the_trace_for_every_cache)
@@ -97,7 +74,7 @@ TEST(hunt, counts_equal_the_trace_for_every_cache)
 
 	for (const trace::cache &cache : loaded.dir.caches()) {
 		SCOPED_TRACE(cache.name);
-		const hunt_result result = hunt_trace(sample, cache.name);
+		const hunt_result result = hunt_trace(sample, loaded.dir, cache.name);
 
 		EXPECT_EQ(result.cache, cache.name);
 		EXPECT_EQ(result.object_size, cache.object_size);
@@ -124,7 +101,8 @@ TEST(hunt, takes_the_largest_unreclaimable_cache_when_none_is_named)
 		text += trace::line(0, trace::kmalloc("1" + ptr.substr(1), 256));
 	}
 	text += trace::line(0, trace::free_to("dentry", "00000000d4100001"));
-	const hunt_result result = hunt_trace(temp_file(text).path(), "");
+	const temp_file file(text);
+	const hunt_result result = hunt_trace(file.path(), trace::cache_index(file.path()), "");
 
 	EXPECT_EQ(result.cache, "kmalloc-256");
 	ASSERT_TRUE(result.events);
@@ -166,6 +144,11 @@ TEST(command_line, answers_bad_usage_and_bad_input_with_one_sentence)
 					{"hunt --trace " + cut.path(), 2},
 					{"hunt --trace " + sample + " --cache none", 1},
 					{"hunt --trace " + sample + " --device /dev/null", 2},
+					{"hunt --trace " + sample + " --live-at noon", 2},
+					{"hunt --trace " + sample + " --top 0", 2},
+					{"hunt --device /dev/null --stacks", 2},
+					{"caches", 2},
+					{"caches /nowhere", 2},
 					{"hunt --trace " + sample + " --seconds 1", 2},
 					{"hunt --device /dev/null", 2},
 					{"hunt --device /nowhere --seconds 86400", 2},
@@ -188,17 +171,83 @@ TEST(command_line, answers_bad_usage_and_bad_input_with_one_sentence)
 
 TEST(command_line, prints_a_hunt_for_people_and_for_programs)
 {
-	const std::string hunt = "hunt --trace " + sample + " --cache filp";
-	const outcome text = tarnctl(hunt + " --log");
+	const std::string hunt = "hunt --trace " + sample;
+	const outcome text = tarnctl(hunt + " --readout --log");
 	const outcome json = tarnctl(hunt + " --json");
 
 	EXPECT_EQ(text.status, 0) << text.err;
-	EXPECT_NE(text.out.find("__arm64_sys_openat"), std::string::npos);
-	EXPECT_NE(text.out.find("222 leaker (pids 46 to 48), 111 mediad (pid 47)"),
+	EXPECT_NE(text.out.find("SUSPECT  leaker"), std::string::npos);
+	EXPECT_NE(text.out.find("__arm64_sys_pipe2"), std::string::npos);
+	EXPECT_NE(text.out.find("222 leaker (lowest pid 46, highest 48), 111 mediad (pid 47)"),
 		  std::string::npos);
 	EXPECT_NE(text.out.find("slub name[filp] ok"), std::string::npos);
 	EXPECT_EQ(json.status, 0) << json.err;
-	EXPECT_TRUE(json.out.starts_with("{\n  \"cache\": \"filp\",\n  \"object_size\": 192,"));
+	EXPECT_TRUE(json.out.starts_with("{\n  \"schema\": \"tarnctl.hunt/2\",\n  \"cache\": "
+					 "\"filp\",\n  \"object_size\": 192,"));
+}
+
+// The figures of the commands are those of independent_count.py; here it is how they combine.
+TEST(command_line, narrows_what_it_shows)
+{
+	const std::string hunt = "hunt --json --trace " + sample;
+	const auto run = [](const std::string &arguments) {
+		const outcome result = tarnctl(arguments);
+
+		EXPECT_EQ(result.status, 0) << result.err;
+		return nlohmann::json::parse(result.out);
+	};
+	const auto objects = [](const nlohmann::json &held) {
+		std::uint64_t sum = 0;
+
+		for (const auto &stack : held)
+			sum += stack["objects"].get<std::uint64_t>();
+		return sum;
+	};
+	const auto filp = run(hunt + " --cache filp --live-at peak");
+	const auto pipes = run(hunt + " --cache filp --live-at peak --pid 46 --pid 48 "
+				      "--function '*_sys_pipe2' --frames 3 --top 2 --sort objects");
+	const auto old = run(hunt + " --cache filp --live-at 0.15 --min-age 50ms --comm lea*");
+	const auto windows = run(hunt + " --live-at 0.15 --from 0.05 --to 100ms");
+
+	EXPECT_EQ(objects(filp["held"]), 889U);
+	EXPECT_EQ(filp["live"]["peak_bytes"], 889 * 192);
+	ASSERT_EQ(pipes["held"].size(), 2U);
+	for (const auto &stack : pipes["held"]) {
+		EXPECT_EQ(stack["frames"].size(), 3U);
+		for (const auto &task : stack["tasks"])
+			EXPECT_EQ(task["comm"], "leaker");
+	}
+	EXPECT_GT(objects(old["held"]), 0U);
+	EXPECT_LT(objects(old["held"]), objects(pipes["held"]));
+	EXPECT_EQ(windows["live"]["samples"].size(), 256U);
+	EXPECT_GT(objects(windows["held"]), objects(old["held"]));
+}
+
+TEST(command_line, says_what_is_lost_and_fails_when_that_is_asked_of_it)
+{
+	const temp_file lossy("CPU:0 [LOST 5 EVENTS]\n" +
+			      trace::line(0, trace::kmalloc(trace::p1, 64)) +
+			      trace::line(0, trace::kfree(trace::p1)));
+	const std::string caches = "caches " + lossy.path();
+	const outcome lenient = tarnctl(caches);
+	const outcome strict = tarnctl(caches + " --strict");
+	const outcome sound = tarnctl("hunt --strict --trace " + sample);
+	const outcome piped = tarnctl("caches - --json < " + lossy.path());
+	const outcome through_pipe = tarnctl("caches - --top 1 --sort end", "",
+					     "cat " + sample + " | " + tarnctl_path());
+	const outcome near = tarnctl("hunt --cache flip --trace " + sample);
+
+	EXPECT_EQ(lenient.status, 0);
+	EXPECT_TRUE(lenient.out.starts_with("LOST 5 events")) << lenient.out;
+	EXPECT_NE(lenient.out.find("NO STACKS"), std::string::npos);
+	EXPECT_EQ(strict.status, 3);
+	EXPECT_EQ(strict.out, lenient.out);
+	EXPECT_EQ(sound.status, 0);
+	EXPECT_EQ(nlohmann::json::parse(piped.out)["trust"]["lost"], 5);
+	EXPECT_EQ(through_pipe.status, 0) << through_pipe.err;
+	EXPECT_NE(through_pipe.out.find("size-128"), std::string::npos) << through_pipe.out;
+	EXPECT_EQ(near.status, 1);
+	EXPECT_NE(near.err.find("is it filp"), std::string::npos) << near.err;
 }
 
 } // namespace tarn

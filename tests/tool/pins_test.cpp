@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The kernel log as a stream of records, and following the pins in it.
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -8,8 +10,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <tarnctl/pins.h>
-#include <tarnctl/stop_signals.h>
+#include <tarnctl/device/device_error.h>
+#include <tarnctl/device/pins.h>
+#include <tarnctl/terminal/stop_signals.h>
 
 #include "played_log.h"
 
@@ -126,6 +129,25 @@ TEST(pins, are_followed_until_there_are_enough)
 			R"({"time_us":1500001,"task":")"
 			"\xef\xbf\xbd"
 			R"(","function":"try_grab_folio","first_pfn":4096,"last_pfn":4111,"pages":16})"));
+}
+
+TEST(pins, are_not_waited_for_without_module_or_probes)
+{
+	const std::string root = testing::TempDir() + "pins_" + std::to_string(getpid());
+	const std::string probes = root + "/sys/kernel/debug/kprobes";
+	const auto list = [&probes](const char *text) {
+		std::ofstream(probes + "/list") << text;
+	};
+
+	EXPECT_THROW(require_pin_tracking(root), device_error);
+	std::filesystem::create_directories(root + "/sys/module/tarn_mem_adapter");
+	EXPECT_NO_THROW(require_pin_tracking(root)) << "without debugfs";
+	std::filesystem::create_directories(probes);
+	list("ffff800080 k do_exit+0x0 [FTRACE]\n");
+	EXPECT_THROW(require_pin_tracking(root), device_error);
+	list("ffff800080 k do_exit+0x0\nffff800081 k folio_add_pin+0x0 [FTRACE]\n");
+	EXPECT_NO_THROW(require_pin_tracking(root));
+	std::filesystem::remove_all(root);
 }
 
 TEST(pins, that_are_logged_at_the_end_are_not_missed)

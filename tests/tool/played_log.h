@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <tarnctl/kernel_log.h>
+#include <tarnctl/device/kernel_log.h>
 
 #include "socket_pair.h"
 

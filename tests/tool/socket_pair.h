@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include <sys/socket.h>
-#include <tarnctl/file_descriptor.h>
+#include <tarnctl/device/file_descriptor.h>
 
 namespace tarn
 {

@@ -2,9 +2,11 @@
 #include "trace_testing.h"
 
 #include <cstdint>
-#include <filesystem>
-#include <lzma.h>
+#include <cstdio>
 #include <sys/stat.h>
+#include <thread>
+
+#include <tarnctl/trace/spool.h>
 
 namespace tarn::trace
 {
@@ -17,17 +19,26 @@ using namespace std::literals;
 const std::string body = kfree(p1) + "\n";
 const std::string good = line(0, kmalloc(p1, 64)) + line(0, kfree(p1));
 
-std::string xz(std::string_view text)
+// Packed by the compressor of that name.
+std::string packed(const std::string &program, std::string_view text)
 {
-	std::string out(lzma_stream_buffer_bound(text.size()), '\0');
-	std::size_t size = 0;
-	EXPECT_EQ(lzma_easy_buffer_encode(6, LZMA_CHECK_CRC64, nullptr,
-					  reinterpret_cast<const std::uint8_t *>(text.data()),
-					  text.size(), reinterpret_cast<std::uint8_t *>(out.data()),
-					  &size, out.size()),
-		  LZMA_OK);
-	out.resize(size);
+	const temp_file plain(text);
+	std::FILE *pipe = popen((program + " -c " + plain.path()).c_str(), "r");
+	std::string out;
+	char buffer[4096];
+
+	while (const std::size_t n = std::fread(buffer, 1, sizeof(buffer), pipe))
+		out.append(buffer, n);
+	EXPECT_EQ(pclose(pipe), 0) << program;
 	return out;
+}
+
+std::uint64_t damaged_lines(const std::string &text)
+{
+	const temp_file file(text);
+	const loaded t(file);
+
+	return t.dir.facts().damaged_lines;
 }
 
 struct header_case {
@@ -58,7 +69,7 @@ TEST(trace_header, is_read_in_every_form_the_kernel_has)
 		{"            tick-8       [002] .....        12345678: ", "tick", 8, 2},
 		{"                -8       [002] .....     2.712523: ", "", 8, 2},
 		{" => abcdefghijkl-17      [000] .....     2.712523: ", "=> abcdefghijkl", 17},
-		/* Having lost the alignment. */
+		// Having lost the alignment.
 		{"web-server-8 [002] .....     2.712523: ", "web-server", 8, 2},
 		{"a-very-long-name-of-a-task-8 [002] ..... 2.712523: ", "a-very-long-nam", 8, 2},
 	};
@@ -81,81 +92,111 @@ TEST(trace_lines, that_are_no_slab_events_are_passed_over)
 				 line(0, "tracing_mark_write: kfree: call_site=x ptr=y") +
 				 line(9, "<stack trace>") + " => [FTRACE TRAMPOLINE]\n =>\n => \n";
 	const loaded t(temp_file(junk + good + junk));
+
+	EXPECT_EQ(t.dir.facts().lost, 10U);
 	ASSERT_EQ(t.events.size(), 2U);
 	EXPECT_EQ(t.events[0].task(), "task");
 }
 
-TEST(trace_lines, that_are_cut_or_malformed_are_named)
+TEST(trace_lines, that_are_cut_or_malformed_are_passed_over_and_counted)
 {
 	const std::string full = kmalloc(p1, 704);
 	const std::size_t whole = full.find("GFP_KERNEL") + 1;
-	for (std::size_t length = full.find(':') + 1; length < whole; length++) {
-		std::string text = good;
-		text += line(0, full.substr(0, length));
-		EXPECT_EQ(complaint(text), "line 3: the event is cut or malformed") << text;
-	}
 
+	for (std::size_t length = full.find(':') + 1; length < whole; length++) {
+		const loaded t(temp_file(good + line(0, full.substr(0, length)) +
+					 stack(0, {"make", "wrong"}) + line(0, kmalloc(p1, 64))));
+
+		EXPECT_EQ(t.dir.facts().damaged_lines, 1U) << length;
+		EXPECT_EQ(t.dir.facts().first_damaged, 3U);
+		ASSERT_EQ(t.events.size(), 3U);
+		EXPECT_FALSE(t.events[1].has_stack) << "the stack is the damaged event's";
+	}
 	for (const std::string &bad :
-	     {"kmem_cache_free: call_site=a+0x1/0x2 ptr=00000000d4568321"s, "kfree: ptr="s,
-	      "kfree: call_site=a+0x1/0x2 ptr=00000000d45"s,
+	     {"kfree: ptr="s, "kfree: call_site=a+0x1/0x2 ptr=00000000d45"s,
 	      "kfree: call_site=a+0x1/0x2 ptr=(____ptrval____)"s, "kfree: ptr=00000000d4568321"s,
 	      "kmalloc: call_site=a ptr=00000000d4568321 bytes_req=1 bytes_alloc=4194305 "
 	      "gfp_flags=0"s})
-		EXPECT_EQ(complaint(line(0, bad)), "line 1: the event is cut or malformed") << bad;
-	EXPECT_EQ(complaint(good + "sk-7 [00 2.000001: " + body),
-		  "line 3: the event is cut or malformed");
-	EXPECT_EQ(complaint(good + line(0, kfree(p1)).substr(0, 60)),
-		  "line 3: the line is cut off");
+		EXPECT_EQ(damaged_lines(good + line(0, bad)), 1U) << bad;
+	EXPECT_EQ(damaged_lines(good + "sk-7 [00 2.000001: " + body), 1U);
+	EXPECT_EQ(damaged_lines(good + line(0, kfree(p1)).substr(0, 60)), 1U);
+	EXPECT_EQ(damaged_lines(good + std::string(line_reader::line_limit * 2, 'x') + "\n" + good),
+		  1U);
+	EXPECT_EQ(damaged_lines(good + std::string(line_reader::line_limit - 100, 'x') + "\n"), 0U);
 }
 
-TEST(trace_file, must_be_a_trace_of_bounded_lines)
+TEST(trace_lines, tell_of_entries_that_were_overwritten)
 {
-	const std::string not_a_trace = "is not a kernel trace with slab events";
-	EXPECT_EQ(complaint(""), not_a_trace);
-	EXPECT_EQ(complaint("\xfd"
-			    "7zX"),
-		  not_a_trace);
-	EXPECT_EQ(complaint(line(0, "sched_switch: x") + "# cut"), not_a_trace);
-	EXPECT_EQ(complaint(good + std::string(line_reader::line_limit * 2, 'x') + "\n"),
-		  "line 3: is longer than any line of a kernel trace");
-	EXPECT_EQ(complaint(good + std::string(line_reader::line_limit - 100, 'x') + "\n"), "");
+	const loaded t(temp_file("# entries-in-buffer/entries-written: 5/9   #P:2\n" + good));
+
+	EXPECT_EQ(t.dir.facts().overwritten, 4U);
+	EXPECT_FALSE(t.dir.facts().sound());
+}
+
+TEST(trace_file, that_is_no_trace_is_named_by_what_it_seems_to_be)
+{
+	const std::string tar = std::string(257, 'x') + "ustar" + std::string(300, '\0');
+
+	for (const auto &[content, word] : std::vector<std::pair<std::string, std::string>>{
+		     {"", "empty"},
+		     {"\x7f"
+		      "ELF\x02\x01",
+		      "ELF"},
+		     {"\x17\x08\x44tracing6", "trace-cmd report"},
+		     {"PERFILE2....", "perf"},
+		     {packed("gzip", tar), "tar archive"},
+		     {"PK\x03\x04zip", "zip archive"},
+		     {"leak 46 [001] 2.7: kmem:kmem_cache_alloc: x\n", "perf"},
+		     {line(0, "kfree: call_site=a+0x1/0x2 ptr=(____ptrval____)"), "hides"},
+		     {line(0, "sched_switch: x") + "# cut", "kmem_cache_alloc"}})
+		EXPECT_NE(complaint(content).find(word), std::string::npos)
+			<< word << ": " << complaint(content);
 }
 
 TEST(trace_file, must_be_readable_and_regular)
 {
-	EXPECT_THROW(line_reader("/nonexistent/trace"), trace_error);
+	EXPECT_THROW(line_reader(std::string("/nonexistent/trace")), trace_error);
 	EXPECT_THROW(line_reader{testing::TempDir()}, trace_error);
-	EXPECT_THROW(line_reader("/dev/null"), trace_error);
-	const std::string pipe = testing::TempDir() + "trace_pipe_" + std::to_string(getpid());
-	ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-	EXPECT_THROW(line_reader{pipe}, trace_error);
-	unlink(pipe.c_str());
+	EXPECT_THROW(line_reader(std::string("/dev/null")), trace_error);
 }
 
-TEST(trace_xz, streams_may_follow_one_another_but_not_break)
+TEST(trace_file, may_be_packed_by_any_of_the_usual_compressors)
 {
-	std::string more;
-	for (int i = 0; i < 3000; i++)
-		more += good;
-	const std::string packed = xz(good) + xz(more);
-	const temp_file file(packed);
-	const loaded t(file);
-	EXPECT_EQ(t.events.size(), 6002U);
-	line_reader lines(file.path());
-	std::string_view l;
-	while (lines.next(l))
-		;
-	EXPECT_EQ(lines.input().position(), packed.size());
-	EXPECT_EQ(lines.input().size(), packed.size());
+	std::string text;
 
-	const std::size_t first = xz(good).size();
-	for (std::size_t size = 6; size < packed.size(); size += 3)
-		EXPECT_EQ(complaint(packed.substr(0, size)),
-			  size == first ? "" : "the xz data is cut off");
-	std::string broken = packed;
-	broken[packed.size() / 2] = static_cast<char>(broken[packed.size() / 2] ^ 0x55);
-	EXPECT_EQ(complaint(broken), "the xz data is broken");
-	EXPECT_EQ(complaint(packed + "and some other text"), "the xz data is broken");
+	for (int i = 0; i < 20000; i++)
+		text += good;
+	for (const std::string program : {"xz", "gzip", "bzip2", "zstd", "lz4"}) {
+		SCOPED_TRACE(program);
+		const std::string whole = packed(program, text);
+		const temp_file file(packed(program, good) + whole);
+		const loaded t(file);
+
+		EXPECT_EQ(t.events.size(), 40002U);
+		EXPECT_TRUE(t.dir.facts().sound());
+
+		const temp_file cut(std::string_view(whole).substr(0, whole.size() * 3 / 4));
+		const loaded rest(cut);
+
+		EXPECT_GT(rest.events.size(), 10000U);
+		EXPECT_GE(rest.dir.facts().damaged_lines, 1U);
+		EXPECT_FALSE(rest.dir.facts().broken.empty());
+	}
+}
+
+TEST(trace_file, may_come_through_a_pipe)
+{
+	const std::string pipe = testing::TempDir() + "trace_pipe_" + std::to_string(getpid());
+
+	ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+	std::thread writer([&pipe] { std::ofstream(pipe) << good; });
+	const spooled_trace spooled(pipe);
+	const cache_index index(spooled.path());
+
+	writer.join();
+	unlink(pipe.c_str());
+	EXPECT_EQ(index.facts().events, 2U);
+	EXPECT_EQ(cache_index(spooled.path()).facts().events, 2U) << "read twice";
 }
 
 } // namespace

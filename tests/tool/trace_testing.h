@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #pragma once
 
-#include <tarnctl/trace_directory.h>
-#include <tarnctl/trace_error.h>
-#include <tarnctl/trace_event.h>
-#include <tarnctl/trace_frames.h>
-#include <tarnctl/trace_parse.h>
-#include <tarnctl/trace_reader.h>
+#include <tarnctl/trace/cache_index.h>
+#include <tarnctl/trace/error.h>
+#include <tarnctl/trace/event.h>
+#include <tarnctl/trace/parse.h>
+#include <tarnctl/trace/reader.h>
+#include <tarnctl/trace/stacks.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -20,7 +20,7 @@
 namespace tarn::trace
 {
 
-/** A file with that content while the object lives. */
+// A file with that content while the object lives.
 class temp_file
 {
 public:
@@ -49,13 +49,16 @@ private:
 	std::string path_ = testing::TempDir() + "trace_XXXXXX";
 };
 
-/** A whole trace, read in the two passes. */
+// A whole trace, read in the two passes; without the events that mean no object.
 struct loaded {
 	explicit loaded(const std::string &path) : dir(path)
 	{
-		reader r(path, dir, frames);
-		for (event e = {}; r.next(e);)
-			events.push_back(e);
+		reader r(path, dir, stacks);
+
+		for (event e = {}; r.next(e);) {
+			if (e.cache != none && (e.ptr != 0 || !is_free(e.kind)))
+				events.push_back(e);
+		}
 	}
 
 	explicit loaded(const temp_file &file) : loaded(file.path()) {}
@@ -65,21 +68,27 @@ struct loaded {
 		return dir.caches().at(e.cache);
 	}
 
-	/** The functions of the stack of an event, joined by spaces. */
+	const frame &frame_of(const event &e, std::size_t number) const
+	{
+		return stacks.frames()[stacks[e.stack][number]];
+	}
+
+	// The functions of the stack of an event, joined by spaces.
 	std::string stack(std::size_t number) const
 	{
 		std::string all;
-		for (const std::uint32_t id : events.at(number).stack())
-			all += (all.empty() ? "" : " ") + frames[id].function;
+
+		for (const std::uint32_t id : stacks[events.at(number).stack])
+			all += (all.empty() ? "" : " ") + stacks.frames()[id].function;
 		return all;
 	}
 
-	directory dir;
-	frame_table frames;
+	cache_index dir;
+	stack_table stacks;
 	std::vector<event> events;
 };
 
-/** The frame as a trace writes it. */
+// The frame as a trace writes it.
 inline std::string written(const frame &f)
 {
 	std::ostringstream out;
@@ -89,10 +98,11 @@ inline std::string written(const frame &f)
 	return out.str();
 }
 
-/** What is wrong with a file of that content; empty if nothing is. */
+// What is wrong with a file of that content; empty if nothing is.
 inline std::string complaint(std::string_view content)
 {
 	const temp_file file(content);
+
 	try {
 		const loaded trace(file);
 	} catch (const trace_error &error) {
@@ -103,14 +113,14 @@ inline std::string complaint(std::string_view content)
 	return {};
 }
 
-/** An event line of that CPU, as the kernel aligns it. */
+// An event line of that CPU, as the kernel aligns it.
 inline std::string line(int cpu, std::string_view body)
 {
 	return "            task-7       [00" + std::to_string(cpu) +
 	       "] .....     2.000001: " + std::string(body) + "\n";
 }
 
-/** The stack of an event of that CPU. */
+// The stack of an event of that CPU.
 inline std::string stack(int cpu, const std::vector<std::string> &functions)
 {
 	std::string text = line(cpu, "<stack trace>");

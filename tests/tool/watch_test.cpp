@@ -9,8 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
-#include <tarnctl/stop_signals.h>
-#include <tarnctl/watch.h>
+#include <tarnctl/device/watch.h>
+#include <tarnctl/terminal/stop_signals.h>
 
 #include "socket_pair.h"
 

@@ -6,7 +6,7 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* The set bits among the first ones. */
+/* Number of bits set among the first "bits" bits. */
 unsigned int __bitmap_weight(const unsigned long *bitmap, unsigned int bits);
 
 KERNEL_C_END

@@ -1,14 +1,15 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 /*
- * The ground that every header of the kernel interface stands on. All of them are valid C and C++:
- * C for the helpers that implement them on a real kernel, C++ for the module.
+ * Included by every header of the kernel interface. All of them are valid C and C++: C for the
+ * helpers that implement them on a real kernel, C++ for the module.
  *
- * Names: a function or object that the kernel exports has the kernel's own name and signature. What
- * is inline or a macro in the kernel has the prefix helper_ and does the one thing that it names.
+ * Names: a function or object that the kernel exports keeps the kernel's name and signature.
+ * Whatever is inline or a macro in the kernel gets the prefix helper_ and does the one thing it
+ * names.
  *
- * A helper file that is compiled inside a real kernel tree defines KERNEL_NATIVE_TYPES and includes
- * the kernel's own header first: types then come from there, and the kernel's compiler checks each
- * declaration here against its own.
+ * A helper file compiled inside a real kernel tree defines KERNEL_NATIVE_TYPES and includes the
+ * kernel's own header first: types then come from the kernel, and its compiler checks each
+ * declaration here against the kernel's.
  */
 #pragma once
 
@@ -26,10 +27,10 @@
 #ifndef __cplusplus
 #include <stdbool.h>
 #endif
-/* Sizes and constants of the kernel that this build is for; each kernel brings its own file. */
+/* Sizes and constants of the kernel being built for; each kernel supplies its own file. */
 #include <kernel_build/sizes.h>
 
-/* A kernel structure that is embedded by value but whose fields are the kernel's own business. */
+/* A kernel structure that the module embeds by value without knowing its fields. */
 #define KERNEL_OPAQUE(name, size)                                                                  \
 	struct name {                                                                              \
 		_Alignas_kernel(8) unsigned char storage[(size) != 0 ? (size) : 1];                \
@@ -40,7 +41,7 @@
 #define _Alignas_kernel(n) _Alignas(n)
 #endif
 
-/* One whole load or store that the compiler neither tears nor repeats; it orders nothing. */
+/* A single load or store that the compiler neither tears nor repeats. It orders nothing. */
 #define READ_ONCE(x) __atomic_load_n(&(x), __ATOMIC_RELAXED)
 #define WRITE_ONCE(x, value) __atomic_store_n(&(x), (value), __ATOMIC_RELAXED)
 #endif

@@ -5,7 +5,7 @@
 
 KERNEL_C_BEGIN
 
-/* The online CPUs, a bit each, in KERNEL_NR_CPUS bits. Context: any; it may change at any time. */
+/* Bitmap of the online CPUs, KERNEL_NR_CPUS bits. Context: any. May change at any time. */
 const unsigned long *helper_online_cpus(void);
 
 KERNEL_C_END

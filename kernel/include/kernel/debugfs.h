@@ -12,16 +12,16 @@ struct inode;
 
 KERNEL_OPAQUE(file_operations, KERNEL_SIZEOF_FILE_OPERATIONS);
 
-/* At the root of debugfs where parent is null. Returns an error pointer on failure, which may be
- * passed on as a parent. Context: process, may sleep, for all of these. */
+/* A null parent is the root of debugfs. Returns an error pointer on failure, which is accepted as a
+ * parent. Context for all functions here: process, may sleep. */
 struct dentry *debugfs_create_dir(const char *name, struct dentry *parent);
 struct dentry *debugfs_create_file(const char *name, umode_t mode, struct dentry *parent,
 				   void *data, const struct file_operations *fops);
-/* Removes the entry with all below it, once no reader is in it. Null and error pointers are
- * ignored. */
+/* Removes the entry and everything below it, after waiting for its readers. Null and error pointers
+ * are ignored. */
 void debugfs_remove(struct dentry *dentry);
 
-/* A file with one number: get fills it in when the file is read from its start. */
+/* For a file that shows one number: get fetches it when the file is read from its start. */
 int simple_attr_open(struct inode *inode, struct file *file, int (*get)(void *data, u64 *val),
 		     int (*set)(void *data, u64 val), const char *fmt);
 int simple_attr_release(struct inode *inode, struct file *file);
@@ -31,8 +31,8 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* The operations of a simple attribute, with debugfs_attr_read and debugfs_attr_write. open calls
- * simple_attr_open. */
+/* Fills in the operations of a simple attribute, with debugfs_attr_read and debugfs_attr_write.
+ * open calls simple_attr_open. */
 void helper_attribute_fops_init(struct file_operations *fops,
 				int (*open)(struct inode *inode, struct file *file));
 

@@ -5,7 +5,6 @@
 #include <kernel/types.h>
 
 struct device;
-struct dma_buf;
 struct sg_table;
 
 #ifndef KERNEL_NATIVE_TYPES
@@ -24,13 +23,7 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* The platform's IOMMU module. */
-int tarn_iommu_map_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			  enum dma_data_direction dir, unsigned long attrs);
-void tarn_iommu_unmap_dmabuf(struct device *dev, struct dma_buf *dmabuf, struct sg_table *table,
-			     enum dma_data_direction dir, unsigned long attrs);
-
-/* Whether that module serves a device: its IOMMU-side pointer is set. */
+/* Whether an IOMMU driver has claimed the device, that is, whether its iommu pointer is set. */
 bool helper_device_has_iommu(const struct device *dev);
 
 KERNEL_C_END

@@ -14,7 +14,7 @@ KERNEL_C_BEGIN
 
 #define MAX_ERRNO 4095
 
-/* Kernel functions that return a pointer report an error as one of the last MAX_ERRNO addresses. */
+/* Kernel functions that return a pointer report an error as one of the top MAX_ERRNO addresses. */
 static inline bool IS_ERR(const void *ptr)
 {
 	return (uintptr_t)ptr >= (uintptr_t)-MAX_ERRNO;

@@ -6,7 +6,7 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* The kernel's clock tick counter; read it with READ_ONCE. */
+/* The kernel's tick counter. Read it with READ_ONCE. */
 extern unsigned long volatile jiffies;
 
 KERNEL_C_END

@@ -6,7 +6,8 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* Optional sign, digits, one optional newline. Returns 0, -EINVAL or -ERANGE (res unchanged). */
+/* Parses an optional sign, digits and an optional newline. Returns 0, or -EINVAL or -ERANGE with
+ * res unchanged. */
 int kstrtoint(const char *s, unsigned int base, int *res);
 
 KERNEL_C_END

@@ -6,14 +6,14 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* An empty circular list, or a node that is in none. */
+/* Makes an empty circular list, or a node that is on no list. */
 static inline void INIT_LIST_HEAD(struct list_head *list)
 {
 	list->next = list;
 	list->prev = list;
 }
 
-/* Puts a node behind head: at the front of the list. */
+/* Inserts a node after head, that is, at the front of the list. */
 static inline void list_add(struct list_head *node, struct list_head *head)
 {
 	node->next = head->next;
@@ -22,14 +22,14 @@ static inline void list_add(struct list_head *node, struct list_head *head)
 	head->next = node;
 }
 
-/* Takes a node out of its list; the node's own links are left as they were. */
+/* Removes a node from its list. The node's own links are left unchanged. */
 static inline void list_del(struct list_head *node)
 {
 	node->next->prev = node->prev;
 	node->prev->next = node->next;
 }
 
-/* Stable merge sort. A positive result of cmp puts a behind b. */
+/* Stable merge sort. A positive result of cmp puts a after b. */
 void list_sort(void *priv, struct list_head *head,
 	       int (*cmp)(void *priv, const struct list_head *a, const struct list_head *b));
 

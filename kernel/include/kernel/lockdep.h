@@ -4,6 +4,6 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
-/* The identity of a class of locks: one static object a place of initialisation. */
+/* Identifies a class of locks: one static object for each place that initialises a lock. */
 KERNEL_OPAQUE(lock_class_key, KERNEL_SIZEOF_LOCK_CLASS_KEY);
 #endif

@@ -8,7 +8,7 @@ KERNEL_C_BEGIN
 
 struct module;
 
-/* The module that the reference is compiled into. */
+/* The module that this code is compiled into. */
 extern struct module __this_module;
 
 /* Keeps the module's string parameters from being replaced. Context: process, may sleep. */
@@ -19,7 +19,7 @@ KERNEL_C_END
 #endif
 
 #ifdef __cplusplus
-/* Keeps this module's string parameters still for the length of a scope. */
+/* Keeps this module's string parameters from being replaced during a scope. */
 class [[nodiscard]] param_guard
 {
 public:

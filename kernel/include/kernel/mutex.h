@@ -17,14 +17,15 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Context: process, may sleep. mutex_lock is a macro on kernels with lock checking. */
+/* mutex_lock is a macro on kernels with lock checking, hence the helper. Context: process, may
+ * sleep. */
 void helper_mutex_lock(struct mutex *lock) ACQUIRE(lock);
 void helper_mutex_unlock(struct mutex *lock) RELEASE(lock);
 
 KERNEL_C_END
 
 #ifdef __cplusplus
-/* Holds a mutex for the length of a scope. Context: process, may sleep. */
+/* Holds a mutex for a scope. Context: process, may sleep. */
 class [[nodiscard]] SCOPED_CAPABILITY mutex_guard
 {
 public:

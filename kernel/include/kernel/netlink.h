@@ -12,7 +12,7 @@ struct net;
 struct sock;
 struct sk_buff;
 
-/* The header that every netlink message starts with, host byte order. */
+/* Header of every netlink message, in host byte order. */
 struct nlmsghdr {
 	u32 nlmsg_len;
 	u16 nlmsg_type;
@@ -28,13 +28,13 @@ KERNEL_OPAQUE(netlink_kernel_cfg, KERNEL_SIZEOF_NETLINK_KERNEL_CFG);
 
 extern struct net init_net;
 
-/* Returns null when the unit is taken or memory is short. Context: process, may sleep. */
+/* Returns null if the unit is in use or memory is short. Context: process, may sleep. */
 struct sock *__netlink_kernel_create(struct net *net, int unit, struct module *module,
 				     struct netlink_kernel_cfg *cfg);
 /* Context: process, may sleep. */
 void netlink_kernel_release(struct sock *sk);
-/* Takes the buffer whatever the outcome. Returns the bytes sent or a negative error. Never sleeps
- * with nonblock set. */
+/* Consumes the buffer even on failure. Returns the bytes sent or a negative error. Never sleeps if
+ * nonblock is set. */
 int netlink_unicast(struct sock *ssk, struct sk_buff *skb, u32 portid, int nonblock);
 
 KERNEL_C_END
@@ -42,13 +42,14 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Sets the input callback of a zeroed configuration. The kernel calls it once a datagram, in the
- * sender's context; the buffer stays the kernel's. */
+/* Sets the input callback in a zeroed configuration. The kernel calls it once per datagram in the
+ * sender's context and keeps ownership of the buffer. */
 void helper_netlink_cfg_set_input(struct netlink_kernel_cfg *cfg,
 				  void (*input)(struct sk_buff *skb));
-/* A buffer with room for a header and payload bytes; null on failure. */
+/* Allocates a buffer with room for a header and the payload; null on failure. payload is in
+ * bytes. */
 struct sk_buff *helper_nlmsg_new(size_t payload, gfp_t flags);
-/* Puts a header with room for payload bytes behind it; null when there is no room. */
+/* Appends a header followed by room for the payload; null if the buffer is too small. */
 struct nlmsghdr *helper_nlmsg_put(struct sk_buff *skb, u32 portid, u32 seq, int type, int payload,
 				  int flags);
 void *helper_nlmsg_data(const struct nlmsghdr *nlh);

@@ -12,9 +12,9 @@ struct notifier_block {
 	int priority;
 };
 
-/* Called when the vmalloc address space has run out and lazily freed areas are purged. */
+/* The block is called when vmalloc runs out of address space and purges lazily freed areas. */
 int register_vmap_purge_notifier(struct notifier_block *nb);
-/* No callback runs after the return. Returns -ENOENT for a block that is not registered. */
+/* Once this returns, no callback is running. Returns -ENOENT if the block is not registered. */
 int unregister_vmap_purge_notifier(struct notifier_block *nb);
 
 KERNEL_C_END

@@ -19,8 +19,8 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Kernel warning with a stack dump, attributed to the file and line; taints the kernel. Any
- * context. */
-void helper_warn(const char *file, int line);
+/* Issues a kernel warning with a stack dump, attributed to the unit tarn_mapcount, and taints the
+ * kernel. Context: any. */
+void helper_warn_tarn_mapcount(void);
 
 KERNEL_C_END

@@ -8,8 +8,8 @@ KERNEL_C_BEGIN
 
 KERNEL_OPAQUE(ratelimit_state, KERNEL_SIZEOF_RATELIMIT_STATE);
 
-/* True when the caller may act. func names the caller in the kernel's own note on suppressed
- * calls. Context: any; never sleeps. */
+/* Returns nonzero if the caller may act. func is the name that the kernel logs when it reports
+ * suppressed calls. Never sleeps. Context: any. */
 int ___ratelimit(struct ratelimit_state *rs, const char *func);
 
 KERNEL_C_END
@@ -17,7 +17,7 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Lets burst calls through per interval (jiffies). Once, before the first ___ratelimit. */
+/* Allows up to burst calls per interval (in jiffies). Call once, before the first ___ratelimit. */
 void helper_ratelimit_state_init(struct ratelimit_state *rs, int interval, int burst);
 
 KERNEL_C_END

@@ -16,7 +16,7 @@ struct rb_root {
 	struct rb_node *rb_node;
 };
 
-/* Makes a node a red leaf below parent, at the link (one of the parent's child pointers). */
+/* Inserts a node as a red leaf below parent, at link (one of the parent's child pointers). */
 static inline void rb_link_node(struct rb_node *node, struct rb_node *parent, struct rb_node **link)
 {
 	node->__rb_parent_color = (unsigned long)parent;

@@ -6,10 +6,10 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* Waits until every read section that had begun has ended. Context: process, may sleep. */
+/* Waits until every read section already running has ended. Context: process, may sleep. */
 void synchronize_rcu(void);
 
-/* Reads a pointer whose target is replaced under RCU, in a read section. */
+/* Reads a pointer that is replaced under RCU. Call in a read section. */
 #define rcu_dereference(p) __atomic_load_n(&(p), __ATOMIC_CONSUME)
 
 KERNEL_C_END
@@ -17,14 +17,14 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* A read section never sleeps and may be nested. Context: any. */
+/* A read section must not sleep and may be nested. Context: any. */
 void helper_rcu_read_lock(void);
 void helper_rcu_read_unlock(void);
 
 KERNEL_C_END
 
 #ifdef __cplusplus
-/* An RCU read section for the length of a scope. */
+/* Holds an RCU read section open for a scope. */
 class [[nodiscard]] rcu_read_guard
 {
 public:

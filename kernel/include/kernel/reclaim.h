@@ -14,19 +14,20 @@ KERNEL_OPAQUE(alloc_context, KERNEL_SIZEOF_ALLOC_CONTEXT);
 
 KERNEL_C_BEGIN
 
-/* Each calls a debug symbol by its address. Context: process, may sleep. */
+/* Each function here calls a debug symbol through its address. Context: process, may sleep. */
 
-/* ADS_TRY_TO_FREE_PAGES, on all nodes. Returns the pages reclaimed. */
+/* ADS_TRY_TO_FREE_PAGES for all nodes. Returns the number of pages reclaimed. */
 unsigned long helper_try_to_free_pages(void *symbol, struct zonelist *zonelist, int order,
 				       gfp_t gfp);
 /* ADS_DROP_SLAB. */
 void helper_drop_slab(void *symbol);
-/* ADS_TRY_TO_COMPACT_PAGES. order -1 compacts whole zones; priority 0 is full and synchronous. */
+/* ADS_TRY_TO_COMPACT_PAGES. Order -1 compacts whole zones; priority 0 is full, synchronous
+ * compaction. */
 void helper_try_to_compact_pages(void *symbol, gfp_t gfp, unsigned int order,
 				 unsigned int alloc_flags, const struct alloc_context *context,
 				 int priority, struct page **captured);
 
-/* A context for all nodes, without a preferred zone. */
+/* Fills in a context for all nodes, without a preferred zone. */
 void helper_alloc_context_init(struct alloc_context *context, struct zonelist *zonelist,
 			       int migratetype, int highest_zone);
 

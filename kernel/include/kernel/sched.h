@@ -6,14 +6,14 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* Bytes of a task's name, the NUL included. */
+/* Size of a task's name in bytes, including the NUL. */
 #define TASK_COMM_LEN 16
 #define TASK_INTERRUPTIBLE 1
 #define TASK_NORMAL 3
 
 struct task_struct;
 
-/* Gives up the processor until the task is woken, if its state says so. May sleep. */
+/* Sleeps until the task is woken, if its state says so. May sleep. */
 void schedule(void);
 /* Makes a sleeping task runnable. Returns 1 if it was asleep. Context: any. */
 int wake_up_process(struct task_struct *task);
@@ -25,7 +25,7 @@ KERNEL_C_BEGIN
 
 struct task_struct *helper_current(void);
 int helper_task_pid(const struct task_struct *task);
-/* The task's whole comm array, TASK_COMM_LEN bytes. */
+/* The task's comm array: TASK_COMM_LEN bytes. */
 const char *helper_task_comm(const struct task_struct *task);
 
 KERNEL_C_END

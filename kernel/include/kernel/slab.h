@@ -9,11 +9,11 @@ KERNEL_C_BEGIN
 
 struct kmem_cache;
 
-/* Flags of a cache: one of the kernel's own, and one that the kernel leaves unused. */
+/* Cache flags: one of the kernel's own, and one that the kernel leaves unused. */
 #define SLAB_RECLAIM_ACCOUNT KERNEL_SLAB_RECLAIM_ACCOUNT
 #define SLAB_SPARE_FLAG KERNEL_SLAB_SPARE_FLAG
 
-/* What the slab allocator tells of one cache. */
+/* The slab allocator's figures for one cache. */
 struct slabinfo {
 	unsigned long active_objs;
 	unsigned long num_objs;
@@ -27,10 +27,11 @@ struct slabinfo {
 	unsigned int cache_order;
 };
 
-/* Context: process; the caller keeps the cache alive. All zero where the kernel cannot tell. */
+/* The caller keeps the cache alive. All fields are zero if the kernel lacks the function. Context:
+ * process. */
 void get_slabinfo(struct kmem_cache *cache, struct slabinfo *info);
 
-/* Null is ignored. The cache must hold no object. Context: process, may sleep. */
+/* The cache must have no objects left. Null is ignored. Context: process, may sleep. */
 void kmem_cache_destroy(struct kmem_cache *cache);
 void kmem_cache_free(struct kmem_cache *cache, void *object);
 /* Null is ignored. Context: any. */
@@ -44,17 +45,18 @@ KERNEL_C_BEGIN
 /* Returns null on failure. Context: process, may sleep. */
 struct kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size, unsigned int align,
 					    unsigned int flags, void (*ctor)(void *object));
-/* Returns null on failure. Sleeps only where gfp allows it. */
+/* Returns null on failure. Sleeps only if gfp allows it. */
 void *helper_kmem_cache_alloc(struct kmem_cache *cache, gfp_t gfp);
-/* Zero-filled, for kfree; null on failure. Sleeps only where gfp allows it. */
+/* Returns zeroed memory to be freed with kfree, or null on failure. Sleeps only if gfp allows
+ * it. */
 void *helper_kzalloc(size_t size, gfp_t gfp);
-/* The cache of an entry of the kernel's list of caches. */
+/* The cache that an entry of the kernel's list of caches belongs to. */
 struct kmem_cache *helper_kmem_cache_of(struct list_head *entry);
 const char *helper_kmem_cache_name(const struct kmem_cache *cache);
-/* Bytes of one object with its metadata. */
+/* Size of one object in bytes, including its metadata. */
 unsigned int helper_kmem_cache_full_size(const struct kmem_cache *cache);
 unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache);
-/* Writes the flags word; the caller holds the slab mutex. */
+/* Writes the flags. The caller holds the slab mutex. */
 void helper_kmem_cache_set_flags(struct kmem_cache *cache, unsigned int flags);
 
 KERNEL_C_END

@@ -10,7 +10,7 @@ typedef struct CAPABILITY("spinlock") raw_spinlock {
 	_Alignas_kernel(8) unsigned char storage[KERNEL_SIZEOF_RAW_SPINLOCK];
 } raw_spinlock_t;
 
-/* Context: any, with interrupts disabled from here to the unlock. Returns the state to restore. */
+/* Disables interrupts until the unlock. Returns the state to restore. Context: any. */
 unsigned long _raw_spin_lock_irqsave(raw_spinlock_t *lock) ACQUIRE(lock);
 void _raw_spin_unlock_irqrestore(raw_spinlock_t *lock, unsigned long flags) RELEASE(lock);
 
@@ -24,7 +24,7 @@ void helper_raw_spin_lock_init(raw_spinlock_t *lock, const char *name, struct lo
 KERNEL_C_END
 
 #ifdef __cplusplus
-/* Holds a spinlock, interrupts disabled, for the length of a scope. */
+/* Holds a spinlock with interrupts disabled for a scope. */
 class [[nodiscard]] SCOPED_CAPABILITY irqsave_guard
 {
 public:

@@ -12,12 +12,13 @@ size_t strlen(const char *s);
 int strcmp(const char *a, const char *b);
 int strncmp(const char *a, const char *b, size_t n);
 
-/* Writes at most size bytes with the NUL. Returns the characters stored, the NUL not counted. */
+/* Writes at most size bytes, including the NUL. Returns the number of characters stored without the
+ * NUL. */
 int scnprintf(char *buf, size_t size, const char *fmt, ...) KERNEL_PRINTF(3, 4);
 
 KERNEL_C_END
 
-/* A freestanding compiler calls these for every few bytes unless it is told what they are. */
+/* Without these, a freestanding compiler calls the functions even for a few bytes. */
 #ifdef TARN_MODULE
 #define memcpy(to, from, n) __builtin_memcpy(to, from, n)
 #define memset(to, byte, n) __builtin_memset(to, byte, n)

@@ -8,7 +8,7 @@ KERNEL_C_BEGIN
 
 struct sysinfo;
 
-/* Free swap pages, and the pages of RAM. */
+/* Free swap pages, and pages of RAM. */
 extern atomic_long_t nr_swap_pages;
 extern atomic_long_t _totalram_pages;
 
@@ -17,7 +17,8 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Swap as si_swapinfo tells it, in pages. Takes the kernel's swap lock. */
-void helper_swapinfo(unsigned long *total, unsigned long *free);
+/* Total and free swap in pages, from si_swapinfo. Returns false, and sets neither, if the kernel
+ * lacks it. Takes the kernel's swap lock. */
+bool helper_swapinfo(unsigned long *total, unsigned long *free);
 
 KERNEL_C_END

@@ -16,13 +16,14 @@ extern struct kobject *kernel_kobj;
 
 /* Returns null on failure. Context: process, may sleep. */
 struct kobject *kobject_create_and_add(const char *name, struct kobject *parent);
-/* Removes the directory with its files, once no handler runs. Null is ignored. May sleep. */
+/* Removes the directory and its files after waiting for running handlers. Null is ignored. May
+ * sleep. */
 void kobject_del(struct kobject *kobj);
-/* Drops a reference; the last one removes the directory with its files, once no handler runs.
- * Null is ignored. May sleep. */
+/* Drops a reference; the last one removes the directory and its files after waiting for running
+ * handlers. Null is ignored. May sleep. */
 void kobject_put(struct kobject *kobj);
 int sysfs_create_group(struct kobject *kobj, const struct attribute_group *grp);
-/* Formats into the page that a show handler is given; returns the length. */
+/* Formats into the page passed to a show handler. Returns the length. */
 int sysfs_emit(char *buf, const char *fmt, ...) KERNEL_PRINTF(2, 3);
 
 KERNEL_C_END
@@ -35,7 +36,7 @@ void helper_kobj_attribute_init(struct kobj_attribute *attr, const char *name, u
 					     char *buf),
 				long (*store)(struct kobject *kobj, struct kobj_attribute *attr,
 					      const char *buf, size_t count));
-/* An unnamed group of up to KERNEL_GROUP_ATTRIBUTES attributes. */
+/* Makes an unnamed group of up to KERNEL_GROUP_ATTRIBUTES attributes. */
 void helper_attribute_group_init(struct attribute_group *grp, struct kobj_attribute *const *attrs,
 				 size_t count);
 

@@ -10,9 +10,10 @@ KERNEL_OPAQUE(timer_list, KERNEL_SIZEOF_TIMER_LIST);
 
 void init_timer_key(struct timer_list *timer, void (*func)(struct timer_list *timer),
 		    unsigned int flags, const char *name, struct lock_class_key *key);
-/* Arms or re-arms. expires is in jiffies. Context: any. */
+/* Arms or re-arms the timer. expires is in jiffies. Context: any. */
 int mod_timer(struct timer_list *timer, unsigned long expires);
-/* Disarms and waits for a running callback, also one that re-arms itself. Not from the callback. */
+/* Disarms the timer and waits for a running callback, even one that re-arms the timer. Do not call
+ * it from the callback. */
 int timer_delete_sync(struct timer_list *timer);
 
 KERNEL_C_END

@@ -26,6 +26,10 @@ typedef struct {
 	long counter;
 } atomic_long_t;
 
+typedef struct {
+	s64 counter;
+} atomic64_t;
+
 struct list_head {
 	struct list_head *next, *prev;
 };
@@ -33,5 +37,5 @@ struct list_head {
 KERNEL_C_END
 #endif
 
-/* The 4 KiB page of the target. */
+/* The target uses 4 KiB pages. */
 #define KERNEL_PAGE_SHIFT 12

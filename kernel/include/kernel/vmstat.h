@@ -6,7 +6,7 @@
 #ifndef KERNEL_NATIVE_TYPES
 KERNEL_C_BEGIN
 
-/* Global counts in pages, by item; a reading may be negative for a moment. */
+/* Global counts in pages, indexed by item; a reading may be briefly negative. */
 extern atomic_long_t vm_zone_stat[];
 extern atomic_long_t vm_node_stat[];
 

@@ -12,10 +12,11 @@ KERNEL_OPAQUE(wait_queue_entry, KERNEL_SIZEOF_WAIT_QUEUE_ENTRY);
 
 void __init_waitqueue_head(struct wait_queue_head *wq_head, const char *name,
 			   struct lock_class_key *key);
-/* Queues the current task and sets its state; schedule() then sleeps. Context: process. */
+/* Queues the current task and sets its state, so that the next schedule() sleeps. Context:
+ * process. */
 void prepare_to_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry, int state);
 void finish_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_entry);
-/* Wakes tasks in the states of mode, at most nr_exclusive exclusive ones. Context: any. */
+/* Wakes waiting tasks whose state is in mode, at most nr_exclusive exclusive ones. Context: any. */
 int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int nr_exclusive, void *key);
 
 KERNEL_C_END
@@ -23,7 +24,7 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* An entry for the current task that leaves the queue when it is woken. */
+/* Makes an entry for the current task that leaves the queue when the task is woken. */
 void helper_init_wait(struct wait_queue_entry *wq_entry);
 
 KERNEL_C_END

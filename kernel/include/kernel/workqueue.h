@@ -12,7 +12,7 @@ KERNEL_OPAQUE(work_struct, KERNEL_SIZEOF_WORK_STRUCT);
 
 extern struct workqueue_struct *system_wq;
 
-/* Removes a queued work item and waits for a running one. Context: process, may sleep. */
+/* Cancels a queued work item and waits for a running one. Context: process, may sleep. */
 bool cancel_work_sync(struct work_struct *work);
 
 KERNEL_C_END
@@ -21,7 +21,7 @@ KERNEL_C_END
 KERNEL_C_BEGIN
 
 void helper_init_work(struct work_struct *work, void (*func)(struct work_struct *work));
-/* Queues on no particular CPU. False when it is queued already. Context: any. */
+/* Queues the item on any CPU. Returns false if it is already queued. Context: any. */
 bool helper_queue_work(struct workqueue_struct *wq, struct work_struct *work);
 
 KERNEL_C_END

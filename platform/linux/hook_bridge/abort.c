@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* Hooks that ask whether to go on. Where a probe says no, the asking function returns at once. */
+/* Hooks that ask whether to continue. If a probe says no, the asking function returns at once. */
 #include <linux/errno.h>
 #include <linux/export.h>
 #include <linux/kprobes.h>
@@ -7,13 +7,14 @@
 #include <linux/pagewalk.h>
 #include <linux/ptrace.h>
 #include <linux/sched.h>
-/* Needs the ones above. */
+/* Needs the headers above. */
 #include <linux/compaction.h>
 
 #include "bridge.h"
 #include "hooks.h"
 
-/* Makes the probed function return a value instead of running; the result is the handler's. */
+/* Makes the probed function return a value instead of running. The handler returns this function's
+ * result. */
 static int return_early(struct pt_regs *regs, long value)
 {
 	regs->regs[0] = value;
@@ -22,7 +23,7 @@ static int return_early(struct pt_regs *regs, long value)
 }
 NOKPROBE_SYMBOL(return_early);
 
-/* Madvise: the walk over a range stops at its next step, as for a fatal signal. */
+/* Madvise: the walk over a range stops at its next step, as it would for a fatal signal. */
 
 static int on_madvise(struct kprobe *probe, struct pt_regs *regs)
 {
@@ -47,7 +48,7 @@ struct hook madvise_abort_hook = {
 	.kprobe = &madvise_probe,
 };
 
-/* Compaction: it asks after each block whether it is done. */
+/* Compaction asks after each block whether it has finished. */
 
 static int on_compact(struct kprobe *probe, struct pt_regs *regs)
 {

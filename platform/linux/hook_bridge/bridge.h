@@ -1,23 +1,24 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* What the parts of the bridge share. */
+/* Declarations that the parts of the bridge share. */
 #pragma once
 
 #include <linux/kprobes.h>
 
 /*
- * A vendor hook and what fires it. Arming makes sure that the kernel has what is needed; kprobes
- * are set in the kernel's text only while something is attached to the hook. Once disarmed,
- * nothing of the bridge runs for the hook any more.
+ * A vendor hook and its source. Arming checks that the kernel has the source; a kprobe is set in
+ * the kernel's text only while something is attached to the hook. Once disarmed, no code of the
+ * bridge runs for the hook.
  */
 struct hook {
 	const char *name;
-	const char *source; /* what fires it, for people */
+	const char *source; /* the source's name, for log messages */
 
-	/* Where one probe alone fires it; without arm it is set at the function "source". */
+	/* Set if a single probe fires the hook. Without arm, it is set at the function named by
+	 * "source". */
 	struct kprobe *kprobe;
 	struct kretprobe *kretprobe;
 
-	int (*arm)(void); /* 0, -ENOENT where this kernel lacks the source, or another error */
+	int (*arm)(void); /* 0, -ENOENT if this kernel lacks the source, or another error */
 	void (*disarm)(void);
 	bool armed;
 };
@@ -35,8 +36,8 @@ extern struct hook madvise_abort_hook;
 extern struct hook compact_abort_hook;
 
 /*
- * Probes at a function's entry and return. Adding finds the function and leaves its text alone;
- * start and stop do nothing to a probe that could not be added, and may be called from the
+ * Probes at a function's entry and return. Adding a probe finds the function without changing its
+ * text. Start and stop ignore a probe that could not be added, and may be called from the
  * registration functions of a tracepoint.
  */
 int probe_add(struct kprobe *probe, const char *function);
@@ -46,7 +47,8 @@ void return_probe_remove(struct kretprobe *probe);
 int probe_start(struct kprobe *probe);
 void probe_stop(struct kprobe *probe);
 
-/* The registration functions start_HOOK and stop_HOOK of a tracepoint that one probe fires. */
+/* Defines start_HOOK and stop_HOOK, the registration functions of a tracepoint fired by a single
+ * probe. */
 #define DEFINE_PROBE_SWITCH(hook, probe)                                                           \
 	static int start_##hook(void)                                                              \
 	{                                                                                          \
@@ -58,16 +60,16 @@ void probe_stop(struct kprobe *probe);
 		probe_stop(probe);                                                                 \
 	}
 
-/* Finds what the kernel keeps to itself; the other functions here depend on it. */
+/* Finds the kernel's symbol lookup; the functions below depend on it. */
 int symbols_init(void);
-/* Address of a symbol, or 0. Context: process. */
+/* The address of a symbol, or 0. Context: process. */
 unsigned long symbol_address(const char *name);
-/* Size of the function at an address, or 0. Context: process. */
+/* The size of the function at an address, or 0. Context: process. */
 unsigned long symbol_size(unsigned long address);
 
 /*
- * Calls function(NULL, flags, area) so that a stack trace continues from there with the frame of
- * somebody else: frame is that frame's pointer, address the code address in it.
+ * Calls function(NULL, flags, area) so that a stack trace continues in another function's frame:
+ * frame is its frame pointer, address the code address in it.
  */
 void call_in_frame(int (*function)(void *data, unsigned long flags, struct vm_struct *area),
 		   unsigned long flags, struct vm_struct *area, unsigned long frame,

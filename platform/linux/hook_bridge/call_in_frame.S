@@ -2,8 +2,8 @@
 #include <linux/linkage.h>
 
 /*
- * Who walks the stack finds x29 at the record that is made of the fourth and fifth argument. The
- * second and third are already where the called function takes them.
+ * A stack walker finds in x29 a frame record built from the fourth and fifth arguments. The second
+ * and third are already where the called function expects them.
  */
 SYM_FUNC_START(call_in_frame)
 	stp	x29, x30, [sp, #-32]!

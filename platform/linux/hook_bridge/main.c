@@ -8,7 +8,12 @@
 #include <linux/printk.h>
 #include <linux/tracepoint.h>
 
+#include <kernel/vendor_hooks.h>
+
 #include "bridge.h"
+#include "hooks.h"
+
+KERNEL_VENDOR_HOOKS(KERNEL_CHECK_PROBE_TYPE)
 
 static struct hook *const hooks[] = {
 	&slab_alloc_hook,  &slab_free_hook,	 &save_vmalloc_stack_hook, &show_stack_hash_hook,
@@ -33,7 +38,7 @@ static void arm(struct hook *hook)
 	if (!err)
 		pr_info("%s: armed (by %s)\n", hook->name, hook->source);
 	else if (err == -ENOENT)
-		pr_warn("%s: not armed: this kernel lacks %s\n", hook->name, hook->source);
+		pr_warn("%s: not armed: the kernel has no %s\n", hook->name, hook->source);
 	else
 		pr_warn("%s: not armed: %s: error %d\n", hook->name, hook->source, err);
 }
@@ -55,7 +60,7 @@ static int __init hook_bridge_init(void)
 	int err = symbols_init();
 
 	if (err) {
-		pr_err("the kernel's symbols cannot be looked up: error %d\n", err);
+		pr_err("cannot look up the kernel's symbols: error %d\n", err);
 		return err;
 	}
 	for (size_t i = 0; i < ARRAY_SIZE(hooks); i++)
@@ -67,7 +72,7 @@ static void __exit hook_bridge_exit(void)
 {
 	for (size_t i = ARRAY_SIZE(hooks); i-- > 0;)
 		disarm(hooks[i]);
-	/* For the probes on the kernel's own tracepoints; removed kprobes have been waited for. */
+	/* Wait for probes on the kernel's own tracepoints; removing a kprobe has waited already. */
 	tracepoint_synchronize_unregister();
 }
 

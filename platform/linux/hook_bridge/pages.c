@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* Hooks of single pages: allocation flags and map counts. Both are hot, and atomic. */
+/* Hooks of single pages: allocation flags and map counts. Both are hot paths and run in atomic
+ * context. */
 #include <linux/errno.h>
 #include <linux/export.h>
 #include <linux/gfp.h>
@@ -34,7 +35,7 @@ static int arm_alloc_gfp(void)
 {
 	int err = probe_add(&alloc_probe, "__alloc_pages_noprof");
 
-	/* Its name before allocations were profiled. */
+	/* The function's name before the kernel had allocation profiling. */
 	return err == -ENOENT ? probe_add(&alloc_probe, "__alloc_pages") : err;
 }
 
@@ -46,8 +47,8 @@ struct hook alloc_gfp_hook = {
 };
 
 /*
- * Map counts: the functions that take (folio, page, count) for ptes, and (folio, page) for a pmd.
- * What fork does to the counts is inlined and stays unseen.
+ * Map counts: the functions with arguments (folio, page, count) for ptes and (folio, page) for a
+ * pmd. Fork changes the counts in inlined code, which is not seen.
  */
 
 static int on_rmap(struct kprobe *probe, struct pt_regs *regs);
@@ -112,7 +113,7 @@ static void disarm_mapcount(void)
 		probe_remove(&rmap_probes[i].probe);
 }
 
-/* All of them or none: a count of additions alone would mislead. */
+/* All of them or none: counting only additions would be misleading. */
 static int arm_mapcount(void)
 {
 	int err = 0;
@@ -126,7 +127,7 @@ static int arm_mapcount(void)
 
 struct hook page_mapcount_hook = {
 	.name = "android_vh_update_page_mapcount",
-	.source = "the folio functions of reverse mappings",
+	.source = "folio rmap functions",
 	.arm = arm_mapcount,
 	.disarm = disarm_mapcount,
 };

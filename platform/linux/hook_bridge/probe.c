@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* Probes that stand ready and are set in the kernel's text on demand. */
+/* Probes that are prepared in advance and set in the kernel's text on demand. */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
 #include <linux/errno.h>
@@ -10,9 +10,10 @@
 #include "bridge.h"
 
 /*
- * The compiler may have made a copy of the function for constant arguments. Of the copies that it
- * makes, that one alone keeps the registers of the first arguments where only later ones went.
- * Where some callers use the copy and others the original, a probe would see half of the calls.
+ * The compiler may have made a copy of the function for constant arguments. This is the only kind
+ * of copy that keeps the first arguments in their registers, provided that only later ones were
+ * removed. If some callers use the copy and others the original, a probe would see only part of the
+ * calls.
  */
 static int find_function(const char *function, unsigned long *address)
 {
@@ -29,7 +30,7 @@ static int find_function(const char *function, unsigned long *address)
 	return *address ? 0 : -ENOENT;
 }
 
-/* An address marks the probe as added. */
+/* A probe counts as added if its address is set. */
 static int prepare(struct kprobe *probe, const char *function)
 {
 	unsigned long address;

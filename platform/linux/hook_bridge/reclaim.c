@@ -88,7 +88,7 @@ static int slowpath_done(struct kretprobe_instance *instance, struct pt_regs *re
 }
 NOKPROBE_SYMBOL(slowpath_done);
 
-/* Under memory pressure every task of the machine may be in there. */
+/* Under memory pressure every task of the machine may be in the slow path. */
 static struct kretprobe slowpath_probe = {
 	.entry_handler = slowpath_entered,
 	.handler = slowpath_done,
@@ -113,7 +113,7 @@ struct hook alloc_slowpath_hook = {
 DEFINE_TRACE(android_vh_mm_direct_reclaim_enter, TP_PROTO(unsigned int order), TP_ARGS(order));
 EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_mm_direct_reclaim_enter);
 
-/* Not exported, so it is looked for among all tracepoints. */
+/* Not exported, so it must be searched for among all tracepoints. */
 static struct tracepoint *direct_reclaim_begin;
 
 static void on_direct_reclaim(void *data, int order, gfp_t gfp_flags)

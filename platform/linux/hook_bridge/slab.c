@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * Slab hooks, fired by the kernel's own slab tracepoints. Probes that take the stack count frames,
- * so each function here is flat, the hook's own function included: from a hook's probe to the
- * allocator's caller there are that one frame, the kernel's tracepoint and the allocator.
+ * Slab hooks, fired from the kernel's own slab tracepoints. Probes that capture the stack skip a
+ * fixed number of frames, so each function here, and the hook's own, is flat: between a hook's
+ * probe and the allocator's caller there are only that one frame, the kernel's tracepoint and the
+ * allocator.
  *
- * Allocations and frees in bulk pass none of these tracepoints.
+ * Bulk allocations and frees do not reach these tracepoints.
  */
 #include <linux/export.h>
 #include <linux/mm.h>
 #include <linux/slab.h>
 #include <trace/events/kmem.h>
-/* The allocator's own header, beside the kernel's public ones in a full source tree. */
+/* The allocator's private header, available in a full source tree. */
 #include <mm/slab.h>
 
 #include "bridge.h"
@@ -25,7 +26,7 @@ DEFINE_TRACE(android_vh_slab_free, TP_PROTO(unsigned long caller, struct kmem_ca
 	     TP_ARGS(caller, cache));
 EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_slab_free);
 
-/* The cache of what kmalloc gave out; large blocks come from the page allocator and have none. */
+/* The cache of a kmalloc object. Large blocks come from the page allocator and have none. */
 static struct kmem_cache *cache_of(const void *object)
 {
 	const struct slab *slab = ZERO_OR_NULL_PTR(object) ? NULL : virt_to_slab(object);
@@ -47,7 +48,8 @@ static __flatten void on_kmalloc(void *data, unsigned long call_site, const void
 	if (!trace_android_vh_slab_alloc_node_enabled())
 		return;
 	cache = cache_of(object);
-	if (cache)
+	/* A failed allocation has no cache, but its probes look at more than that. */
+	if (cache || !object)
 		trace_android_vh_slab_alloc_node((void *)object, call_site, cache);
 }
 

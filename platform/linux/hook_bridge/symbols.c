@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* What the kernel does not export, found by name. */
+/* Finds symbols by name that the kernel does not export. */
 #include <linux/err.h>
 #include <linux/errno.h>
 #include <linux/export.h>
@@ -29,7 +29,8 @@ static void *debug_symbols[ARRAY_SIZE(debug_symbol_names)];
 
 int symbols_init(void)
 {
-	/* A kprobe may be set by name, so it knows one address that leads to all the others. */
+	/* A kprobe can be set by name, which yields the address of the lookup for all other
+	 * symbols. */
 	struct kprobe probe = {.symbol_name = "kallsyms_lookup_name"};
 	int err = register_kprobe(&probe);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-only
-/* The hook of a new vmalloc area, fired as the function that makes areas returns one. */
+/* The hook for a new vmalloc area, fired when the function that creates areas returns. */
 #include <linux/export.h>
 #include <linux/kprobes.h>
 #include <linux/ptrace.h>
@@ -9,9 +9,9 @@
 #include "hooks.h"
 
 /*
- * A return probe runs in a breakpoint exception, whose frames alone would fill a short stack
- * trace. They are hidden: the frames are then as if the function had fired the hook itself, with
- * call_in_frame in its place. Preemption is off here, as it is where a tracepoint fires.
+ * A return probe runs in a breakpoint exception, whose frames alone would fill a short stack trace.
+ * They are hidden: the frames look as if the function had fired the hook itself, with call_in_frame
+ * in its place. Preemption is off here, as it is where a tracepoint fires.
  */
 static int area_created(struct kretprobe_instance *instance, struct pt_regs *regs)
 {
@@ -24,7 +24,7 @@ static int area_created(struct kretprobe_instance *instance, struct pt_regs *reg
 }
 NOKPROBE_SYMBOL(area_created);
 
-/* Making an area may sleep, so many tasks may be at it at a time. */
+/* Creating an area may sleep, so many tasks may be doing it at once. */
 static struct kretprobe create_probe = {.handler = area_created, .maxactive = 128};
 
 DEFINE_PROBE_SWITCH(save_vmalloc, &create_probe.kp)

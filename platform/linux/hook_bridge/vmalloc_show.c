@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
- * The hook in the listing of vmalloc areas. The kernel prints each area's line in pieces under the
- * lock that keeps the area alive: the first piece is its address range, the last the line break.
- * Both are caught in the seq_file functions, by who called them.
+ * The hook in the listing of vmalloc areas. The kernel prints each area's line in pieces, under the
+ * lock that keeps the area alive: the first piece is the address range, the last the newline. Both
+ * are caught in the seq_file functions by checking the caller.
  */
 #include <linux/export.h>
 #include <linux/kprobes.h>
@@ -46,7 +46,7 @@ EXPORT_TRACEPOINT_SYMBOL_GPL(android_vh_show_stack_hash);
 static unsigned long listing_start;
 static unsigned long listing_size;
 
-/* The line that is being printed. The listing holds a spinlock meanwhile and stays on its CPU. */
+/* The line being printed. Meanwhile the listing holds a spinlock and stays on its CPU. */
 struct line {
 	struct seq_file *m;
 	struct vm_struct *area;
@@ -71,9 +71,9 @@ static bool is_area(unsigned long candidate, unsigned long address, unsigned lon
 }
 
 /*
- * The area whose start, end and size are the arguments of this call, or null. The listing needs
- * the area again after the call, so it keeps it in a register that calls preserve. Nothing that
- * lives there and begins like the area printed now can be anything else.
+ * Returns the area whose start, end and size are the arguments of this call, or null. The listing
+ * still needs the area after the call, so it keeps the pointer in a callee-saved register. A
+ * register that points to memory starting like the printed area cannot be anything else.
  */
 static struct vm_struct *printed_area(const struct pt_regs *regs)
 {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
-/* Room for the hosted kernel's structures (asserted where each is defined) and its constants. */
+/* Sizes of the hosted kernel's structures (asserted where each is defined), and its constants. */
 #pragma once
 
 #define KERNEL_SIZEOF_RAW_SPINLOCK 32
@@ -13,6 +13,7 @@
 #define KERNEL_SIZEOF_ATTRIBUTE_GROUP 80
 #define KERNEL_SIZEOF_TIMER_LIST 64
 #define KERNEL_SIZEOF_WORK_STRUCT 32
+#define KERNEL_SIZEOF_IRQ_WORK 32
 #define KERNEL_SIZEOF_FILE_OPERATIONS 8
 #define KERNEL_SIZEOF_KPROBE 48
 #define KERNEL_SIZEOF_ALLOC_CONTEXT 48
@@ -28,14 +29,14 @@
 #define KERNEL_GFP_ATOMIC 0x820u
 #define KERNEL_GFP_HIGHUSER_MOVABLE 0x2100ccau
 
-/* More than one word of CPUs. */
+/* More CPUs than fit in one word. */
 #define KERNEL_NR_CPUS 96
 
 #define KERNEL_I_NEW 0x8
 #define KERNEL_I_WILL_FREE 0x10
 #define KERNEL_I_FREEING 0x20
 
-/* Zones of the node, and the items of the statistics as the 6.6 generation numbers them. */
+/* Zones of the node, and the indices of the statistics, numbered as in the 6.6 generation. */
 #define KERNEL_MAX_NR_ZONES 5
 #define KERNEL_NR_FREE_PAGES 0
 #define KERNEL_NR_INACTIVE_ANON 0
@@ -46,4 +47,4 @@
 #define KERNEL_NR_SHMEM 23
 #define KERNEL_NR_SWAPCACHE 41
 
-/* The bit of a page's flags that the platform uses for secure pages. */
+/* The page flag bit that the platform uses for secure pages. */
