@@ -19,10 +19,11 @@ CACHE ?=
 KDIR ?=
 KO_FLAGS = $(foreach v,ARCH CROSS_COMPILE LLVM KBUILD_EXTRA_SYMBOLS TARN_PLATFORM,$(if $($(v)),$(v)="$($(v))"))
 # KERNEL selects the lab's kernel: plain, debug (it checks itself; DEBUG=1 for short) or phone (as
-# strict as a production phone's). SCENARIO selects the scenarios whose names contain it.
+# strict as a production phone's; MTE=1 gives it memory tags, too). SCENARIO selects the scenarios
+# whose names contain it.
 KERNEL ?= $(if $(filter-out 0,$(DEBUG)),debug,plain)
 LAB = $(BUILD)/lab/$(KERNEL)
-LAB_RUN = lab/run.sh --kernel $(KERNEL) --out $(LAB)
+LAB_RUN = lab/run.sh --kernel $(KERNEL)$(if $(filter-out 0,$(MTE)), --tags) --out $(LAB)
 LAB_PARTS = "$$(lab/build_kernel.sh $(KERNEL))" $(LAB)/ko $(BUILD)/arm64/bin
 SCENARIO ?=
 
@@ -37,7 +38,8 @@ help:
 	@echo "make bench   measure the hot paths against a straightforward implementation"
 	@echo "make ko KDIR=<kernel tree>   build the module for a configured kernel tree"
 	@echo "make device  build a static tarnctl for an arm64 device"
-	@echo "make lab     run all scenarios on a real kernel in QEMU (DEBUG=1: a debugging kernel)"
+	@echo "make lab     run all scenarios on a real kernel in QEMU (DEBUG=1: a debugging kernel;"
+	@echo "             KERNEL=phone: one as strict as a phone's, with MTE=1 also with memory tags)"
 	@echo "make lab-shell   open a shell on that kernel with everything loaded"
 	@echo "make stats   count lines of code and tests"
 	@echo "make fuzz    fuzz the trace reader for a minute"

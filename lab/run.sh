@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Usage: run.sh [--kernel FLAVOUR] [--shell] [--out DIR] KERNEL_BUILD KO_DIR BIN_DIR [WORD...]
+# Usage: run.sh [--kernel FLAVOUR] [--tags] [--shell] [--out DIR] KERNEL_BUILD KO_DIR BIN_DIR [WORD...]
 # Boots the lab's guests and runs the scenarios whose names contain one of the words (all without a
 # word), printing one line of TAP each. The exit status is 1 if a scenario fails, hangs or leaves
 # something in the kernel log. --kernel: plain, debug (a debugging kernel, which gets more memory and
-# time) or phone (more processors). --shell: open a shell in a guest with everything loaded. --out:
-# directory for the consoles (default build/lab).
+# time) or phone (more processors). --tags: a processor with memory tags. --shell: open a shell in a
+# guest with everything loaded. --out: directory for the consoles (default build/lab).
 #
 # Up to four guests run side by side. A scenario chooses its guest ("# lane: 2", default 1).
 # Scenarios that mostly wait share guests of their own, since the machine may have only two
@@ -22,6 +22,7 @@ lab=$(cd "$(dirname "$0")" && pwd)
 out=$lab/../build/lab
 flavour=plain
 shell=0
+tags=0
 while [[ ${1:-} == --* ]]; do
 	case $1 in
 	--kernel)
@@ -30,6 +31,7 @@ while [[ ${1:-} == --* ]]; do
 		shift
 		;;
 	--shell) shell=1 ;;
+	--tags) tags=1 ;;
 	--out)
 		[ $# -gt 1 ] || usage
 		out=$2
@@ -67,13 +69,20 @@ phone)
 	# Without the short cut, QEMU computes each pointer's code with the architected cipher.
 	cpu=max,pauth-impdef=on
 	memory=512
-	upper=512
-	movable=256
 	slow=3
 	run_limit=900
 	;;
 *) usage ;;
 esac
+
+qemu=(qemu-system-aarch64)
+machine_type=virt
+if [ "$tags" = 1 ]; then
+	tree=$("$lab/fetch_qemu.sh")
+	qemu=(env QEMU_MODULE_DIR="$tree/usr/lib/x86_64-linux-gnu/qemu"
+		"$tree/usr/bin/qemu-system-aarch64" -L "$tree/usr/share/qemu")
+	machine_type=virt,mte=on
+fi
 
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
@@ -88,7 +97,7 @@ describe() {
 	local tree=$out/$1.dtb
 
 	shift
-	qemu-system-aarch64 "${@/virt/virt,dumpdtb=$tree}" -display none -nic none >/dev/null 2>&1
+	"${qemu[@]}" "${@/virt/virt,dumpdtb=$tree}" -display none -nic none >/dev/null 2>&1
 	"$dtc" -q -I dtb -O dts "$tree" | cat - "$lab/reserved_memory.dts" |
 		"$dtc" -q -I dts -O dtb -o "$tree" -
 }
@@ -97,16 +106,16 @@ describe() {
 # kernel's console goes to NAME.log.
 boot() {
 	local name=$1
-	local machine=(-M virt -cpu "$cpu" -smp "$processors" -m "$memory")
+	local machine=(-M "$machine_type" -cpu "$cpu" -smp "$processors" -m "$memory")
 
 	shift
 	describe "$name" "${machine[@]}"
 	rm -f "$out/$name.log"
-	exec timeout --foreground -k 10 "$run_limit" qemu-system-aarch64 "${machine[@]}" \
+	exec timeout --foreground -k 10 "$run_limit" "${qemu[@]}" "${machine[@]}" \
 		-dtb "$out/$name.dtb" -display none -monitor none -nic none -no-reboot \
 		-pidfile "$out/$name.pid" \
 		-kernel "$kernel/arch/arm64/boot/Image" -initrd "$initramfs" \
-		-append "$arguments lab_slow=$slow $*" \
+		-append "$arguments lab_kernel=$flavour lab_slow=$slow $*" \
 		-chardev stdio,id=tap,signal=off -device virtio-serial-device \
 		-device virtconsole,chardev=tap \
 		-chardev "file,id=kernel,path=$out/$name.log" -serial chardev:kernel

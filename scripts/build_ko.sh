@@ -46,3 +46,12 @@ make -C "$kernel" M="$out" "$@" modules >"$log" 2>&1 || {
 	exit 1
 }
 grep -A 3 'warning:' "$log" >&2 || true
+
+# The kernel's loader knows no global offset table, so it would refuse such a module.
+for module in "$out"/*.ko; do
+	if readelf -rW "$module" | grep 'R_AARCH64_[A-Z0-9_]*GOT' >&2; then
+		echo "build_ko: $(basename "$module") addresses a symbol through a global offset" \
+			"table, which the kernel refuses to load" >&2
+		exit 1
+	fi
+done

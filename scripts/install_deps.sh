@@ -16,6 +16,17 @@ lab=("${device[@]}" gcc linux-source-6.12 flex bison bc libssl-dev libelf-dev cp
 	python3 qemu-system-arm)
 llvm19=(clang-19 lld-19 llvm-19)
 
+# Tools that no package here provides, such as those of a compiler prefix.
+require() {
+	local tool
+
+	for tool in "$@"; do
+		command -v "$tool" >/dev/null && continue
+		echo "install_deps: $tool is not there: is the prefix right?" >&2
+		exit 1
+	done
+}
+
 case ${1:-build} in
 build) packages=("${build[@]}") ;;
 check) packages=("${build[@]}" "${check[@]}") ;;
@@ -26,8 +37,19 @@ lab)
 	;;
 ko)
 	packages=(g++ gcc)
-	[ "${3:-}" != -19 ] || packages+=("${llvm19[@]}")
-	[ "${2:-}" != aarch64-linux-gnu- ] || packages+=("${arm64[@]}")
+	case ${3:-} in
+	'' | 0)
+		if [ "${2:-}" = aarch64-linux-gnu- ]; then
+			packages+=("${arm64[@]}")
+		else
+			require "${2:-}gcc"
+		fi
+		;;
+	1) which clang ld.lld llvm-ar >/dev/null || packages+=(clang lld llvm) ;;
+	-*) which "clang$3" "ld.lld$3" "llvm-ar$3" >/dev/null ||
+		packages+=("clang$3" "lld$3" "llvm$3") ;;
+	*) require "$3clang" "$3ld.lld" "$3llvm-ar" ;;
+	esac
 	;;
 *)
 	echo "install_deps: unknown set of packages: $1" >&2

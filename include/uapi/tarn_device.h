@@ -73,10 +73,13 @@ struct tarn_kill_request {
 /*
  * For tests only: these calls reveal kernel addresses and remap kernel memory. They only touch the
  * client's own 4 MiB block, which is allocated at the first of these calls and freed as ordinary
- * memory when the client is unloaded.
+ * memory when the client is unloaded, and an area that the kernel leaves alone.
  */
 
 #define TARN_TEST_BLOCK_PAGES 1024
+/* The pages behind the block's are those of the device tree's area "secure", which the kernel does
+ * not map. */
+#define TARN_TEST_UNMAPPED_PAGES 512
 
 struct tarn_test_block {
 	uint64_t address; /* in the kernel's linear map */
@@ -95,6 +98,9 @@ struct tarn_test_range {
 	uint32_t pages;
 	uint32_t target;
 	uint32_t access; /* enum tarn_test_access */
+	/* 1: do not invalidate translations afterwards, as a caller need not where the change made
+	 * a new table. */
+	uint32_t keep_translations;
 };
 
 /* The first word of a page of the block; initially the page's number. */

@@ -16,5 +16,5 @@ constexpr unsigned probe_frames(std::string_view hook)
 
 #define DEFINE_HOOK(hook, prototype)                                                               \
 	constinit tracepoint __tracepoint_##hook{#hook, probe_frames(#hook)};                      \
-	constinit tracepoint *const helper_##hook = &__tracepoint_##hook;
+	constinit tracepoint *const volatile helper_##hook = &__tracepoint_##hook;
 KERNEL_VENDOR_HOOKS(DEFINE_HOOK)

@@ -52,7 +52,11 @@ undo_list=
 histogram kmem_cache_free 'name == "vm_area_struct"'
 track vm_area_struct
 leak areas vma 3000 close 500 >/dev/null
-sleep 0.5
+# They are freed after a grace period.
+all_freed() {
+	[ "$(sed -n 's/^ *Hits: //p' "$kmem"/kmem_cache_free/hist)" -ge 3000 ]
+}
+await 5 all_freed
 memcheck off slab
 cat "$kmem"/kmem_cache_free/hist >free
 memcheck read >text

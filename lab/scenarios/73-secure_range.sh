@@ -2,7 +2,8 @@
 # lane: 4
 # limit: 60 s
 # Ranges of the linear map in a 4 MiB block that the client owns are changed, checked in the
-# kernel's page table dump and by reads and writes that fault harmlessly, and restored.
+# kernel's page table dump and by reads and writes that fault harmlessly, and restored. Pages beside
+# them are read all the while. Pages that the kernel does not map are mapped and unmapped again.
 . /lab/scenarios/lib.sh
 
 load_all
@@ -38,19 +39,30 @@ faults() { # peek|poke PAGE [VALUE]
 	grep -q "Bad address" refused || fail "$*: $(cat refused)"
 }
 
+# A phone's kernel maps its memory by pages, to protect its code under each of its addresses.
+block=BLK
+[ "$LAB_KERNEL" != phone ] || block=PTE
 echo "before: $(entry_of 0)"
-entry_is "before" 0 PGD RW NX BLK
+entry_is "before" 0 RW NX $block
 equal "page 511" "$(services peek 511)" 511
+background services watch 0 99 102 300 450 509 514 700 900 >watched 2>&1
+watcher=$!
 
-# Two pages of a block become read-only: the block is split, and its other pages are unchanged.
-services range 100 2 100 read-only
+# A page of a block becomes read-only: the block is split, the old translation is invalid at once,
+# and the other pages are unchanged.
+if [ $block = BLK ]; then
+	services split 101
+else
+	services range 101 1 101 read-only
+fi
+services range 100 1 100 read-only
 entry_is "read-only" 100 PTE ro NX
 entry_is "read-only" 101 PTE ro
 for page in 0 99 102 511; do
 	entry_is "beside it" $page PTE RW NX
 done
-entry_is "another block" 512 BLK RW
-for page in 99 102 512; do
+entry_is "another block" 512 $block RW
+for page in 98 103 512; do
 	services poke $page $((page + 1000))
 	equal "written beside it" "$(services peek $page)" $((page + 1000))
 done
@@ -67,10 +79,11 @@ services poke 100 100
 
 # A whole block is changed in place. (One in a contiguous run would be left alone.)
 services range 512 512 512 read-only
-entry_is "a whole block" 512 2M PMD ro BLK
+entry_is "a whole block" 512 ro $block
+[ $block != BLK ] || entry_is "a whole block" 512 2M PMD
 faults poke 1023 1
 services range 512 512 512 ordinary
-entry_is "a whole block, restored" 512 RW BLK
+entry_is "a whole block, restored" 512 RW $block
 services poke 1023 1023
 services poke 512 512
 
@@ -101,6 +114,24 @@ equal "the frame itself" "$(services peek 11)" 11
 # Once more: the tables are still there, and nothing is split again.
 services range 100 2 100 read-only
 faults poke 100 1
+
+[ "$(awk '{ print $3 }' /proc/$watcher/stat)" != Z ] || fail "pages beside them: $(cat watched)"
+
+# Where nothing is mapped, entries are empty: page 1024 is the first of such an area.
+faults peek 1024
+services range 1026 3 1026 ordinary
+for page in 1026 1027 1028; do
+	services poke $page $page
+	equal "page $page" "$(services peek $page)" $page
+done
+for page in 1025 1029; do
+	faults peek $page
+done
+services range 1026 3 1026 none
+faults peek 1026
+kill $watcher
+wait $watcher || true
+
 # Unloading frees the block as ordinary memory.
 unload tarn_client
 entry_is "given back" 100 PTE RW NX

@@ -24,10 +24,11 @@ static void (*add_pin)(struct folio *folio);
 #if LINUX_VERSION_CODE >= KERNEL_VERSION(6, 12, 0)
 int try_grab_page(struct page *page, unsigned int flags);
 
-/* The caller has already pinned the page; a probe only needs the call. */
+/* The caller has already pinned the page; a probe only needs the call. The arguments are read, as a
+ * compiler may not pass those that nobody reads. */
 noinline int try_grab_page(struct page *page, unsigned int flags)
 {
-	barrier();
+	asm volatile("" : : "r"(page), "r"(flags));
 	return 0;
 }
 static int (*const grab_page)(struct page *page, unsigned int flags) = try_grab_page;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /*
  * For tests only: secure ranges and page flags, tried on a block of memory that this module owns.
- * When the block is freed it is mapped as before, except that split mappings stay split.
+ * When the block is freed it is mapped as before, except that split mappings stay split. Secure
+ * ranges are also tried where nothing is mapped: in an area that the device tree keeps from the
+ * kernel.
  */
 #include <asm/tlbflush.h>
 #include <linux/bitops.h>
@@ -13,6 +15,8 @@
 #include <linux/mm.h>
 #include <linux/mmzone.h>
 #include <linux/mutex.h>
+#include <linux/of.h>
+#include <linux/of_reserved_mem.h>
 #include <linux/pgtable.h>
 #include <linux/printk.h>
 #include <linux/scatterlist.h>
@@ -29,21 +33,40 @@
 #define SECURE_FLAG 27
 #define BLOCK_ORDER 10
 
-/* block_lock guards all of these. Pages from changed_first up to, but excluding, changed_end may be
- * remapped. */
+/* block_lock guards all changes of these. Pages from changed_first up to, but excluding,
+ * changed_end may be remapped. Once there is a block, its words are read and written without the
+ * lock, so that this can happen while its mapping changes. */
 static DEFINE_MUTEX(block_lock);
 static struct page *block;
 static unsigned long changed_first = TARN_TEST_BLOCK_PAGES;
 static unsigned long changed_end;
-
-static unsigned long page_address_of(unsigned long number)
-{
-	return (unsigned long)page_address(block) + number * PAGE_SIZE;
-}
+/* The area that the kernel does not map; 0: none. */
+static phys_addr_t unmapped;
+static bool unmapped_changed;
 
 static phys_addr_t frame_of(unsigned long number)
 {
+	if (number >= TARN_TEST_BLOCK_PAGES)
+		return unmapped + (number - TARN_TEST_BLOCK_PAGES) * PAGE_SIZE;
 	return page_to_phys(block) + number * PAGE_SIZE;
+}
+
+static unsigned long page_address_of(unsigned long number)
+{
+	if (number >= TARN_TEST_BLOCK_PAGES)
+		return (unsigned long)phys_to_virt(frame_of(number));
+	return (unsigned long)page_address(block) + number * PAGE_SIZE;
+}
+
+static phys_addr_t find_unmapped(void)
+{
+	struct device_node *node = of_find_node_by_path("/reserved-memory/secure");
+	const struct reserved_mem *area = node ? of_reserved_mem_lookup(node) : NULL;
+
+	of_node_put(node);
+	if (!area || area->size < TARN_TEST_UNMAPPED_PAGES * PAGE_SIZE)
+		return 0;
+	return area->base;
 }
 
 /*
@@ -76,33 +99,52 @@ static struct page *allocate_in_gigabyte(void)
 
 static int allocate_block(void)
 {
+	struct page *pages;
+
 	if (block)
 		return 0;
-	block = allocate_in_gigabyte();
-	if (!block)
-		block = alloc_pages(GFP_KERNEL | __GFP_NOWARN, BLOCK_ORDER);
-	if (!block)
+	pages = allocate_in_gigabyte();
+	if (!pages)
+		pages = alloc_pages(GFP_KERNEL | __GFP_NOWARN, BLOCK_ORDER);
+	if (!pages)
 		return -ENOMEM;
 	for (unsigned long i = 0; i < TARN_TEST_BLOCK_PAGES; i++)
-		*(u64 *)page_address_of(i) = i;
+		*(u64 *)(page_address(pages) + i * PAGE_SIZE) = i;
+	unmapped = find_unmapped();
+	smp_store_release(&block, pages);
 	return 0;
+}
+
+static void remap(unsigned long first, unsigned long pages, unsigned long target, pgprot_t prot)
+{
+	tarn_change_secpage_range(frame_of(target), page_address_of(first), pages * PAGE_SIZE,
+				  prot);
 }
 
 /*
  * An entry rewritten in place keeps its old translation until that is invalidated, which the
  * service leaves to its callers.
  */
-static void remap(unsigned long first, unsigned long pages, unsigned long target, pgprot_t prot)
+static void invalidate(unsigned long first, unsigned long pages)
 {
 	const unsigned long address = page_address_of(first);
 
-	tarn_change_secpage_range(frame_of(target), address, pages * PAGE_SIZE, prot);
 	flush_tlb_kernel_range(address, address + pages * PAGE_SIZE);
 }
 
-static bool is_in_block(uint32_t first, uint32_t pages)
+static bool is_within(uint32_t first, uint32_t pages, uint32_t from, uint32_t size)
 {
-	return pages <= TARN_TEST_BLOCK_PAGES && first <= TARN_TEST_BLOCK_PAGES - pages;
+	return first >= from && pages <= size && first - from <= size - pages;
+}
+
+static bool is_unmapped(uint32_t first, uint32_t pages)
+{
+	return unmapped && is_within(first, pages, TARN_TEST_BLOCK_PAGES, TARN_TEST_UNMAPPED_PAGES);
+}
+
+static bool is_ours(uint32_t first, uint32_t pages)
+{
+	return is_within(first, pages, 0, TARN_TEST_BLOCK_PAGES) || is_unmapped(first, pages);
 }
 
 static long describe_block(struct tarn_test_block __user *arg)
@@ -115,6 +157,11 @@ static long describe_block(struct tarn_test_block __user *arg)
 	return copy_to_user(arg, &description, sizeof(description)) ? -EFAULT : 0;
 }
 
+static pgprot_t no_access(void)
+{
+	return __pgprot(pgprot_val(PAGE_KERNEL) & ~PTE_VALID);
+}
+
 static long change_range(const struct tarn_test_range __user *arg)
 {
 	struct tarn_test_range range;
@@ -122,7 +169,7 @@ static long change_range(const struct tarn_test_range __user *arg)
 
 	if (copy_from_user(&range, arg, sizeof(range)))
 		return -EFAULT;
-	if (!is_in_block(range.first, range.pages) || !is_in_block(range.target, range.pages))
+	if (!is_ours(range.first, range.pages) || !is_ours(range.target, range.pages))
 		return -EINVAL;
 	switch (range.access) {
 	case TARN_TEST_ORDINARY:
@@ -131,14 +178,20 @@ static long change_range(const struct tarn_test_range __user *arg)
 		prot = PAGE_KERNEL_RO;
 		break;
 	case TARN_TEST_NONE:
-		prot = __pgprot(pgprot_val(prot) & ~PTE_VALID);
+		prot = no_access();
 		break;
 	default:
 		return -EINVAL;
 	}
-	changed_first = min(changed_first, (unsigned long)range.first);
-	changed_end = max(changed_end, (unsigned long)range.first + range.pages);
+	if (is_unmapped(range.first, range.pages)) {
+		unmapped_changed = true;
+	} else {
+		changed_first = min(changed_first, (unsigned long)range.first);
+		changed_end = max(changed_end, (unsigned long)range.first + range.pages);
+	}
 	remap(range.first, range.pages, range.target, prot);
+	if (!range.keep_translations)
+		invalidate(range.first, range.pages);
 	return 0;
 }
 
@@ -172,7 +225,7 @@ static long touch_word(struct tarn_test_word __user *arg, bool write)
 
 	if (copy_from_user(&word, arg, sizeof(word)))
 		return -EFAULT;
-	if (word.reserved || !is_in_block(word.page, 1))
+	if (word.reserved || !is_ours(word.page, 1))
 		return -EINVAL;
 	value = word.value;
 	if (write)
@@ -242,9 +295,6 @@ static long block_ioctl(unsigned int cmd, void __user *arg)
 		return describe_block(arg);
 	case TARN_IOC_TEST_RANGE:
 		return change_range(arg);
-	case TARN_IOC_TEST_READ:
-	case TARN_IOC_TEST_WRITE:
-		return touch_word(arg, cmd == TARN_IOC_TEST_WRITE);
 	case TARN_IOC_TEST_PAGE_FLAGS:
 		return page_flags(arg);
 	default:
@@ -258,6 +308,12 @@ long test_block_ioctl(unsigned int cmd, void __user *arg)
 
 	if (_IOC_TYPE(cmd) != 'T' || _IOC_NR(cmd) < _IOC_NR(TARN_IOC_TEST_BLOCK))
 		return -ENOTTY;
+	if (cmd == TARN_IOC_TEST_READ || cmd == TARN_IOC_TEST_WRITE) {
+		/* An open device keeps the module, and the module keeps its block. */
+		if (!smp_load_acquire(&block))
+			return -ENXIO;
+		return touch_word(arg, cmd == TARN_IOC_TEST_WRITE);
+	}
 	mutex_lock(&block_lock);
 	ret = allocate_block();
 	if (!ret)
@@ -282,8 +338,17 @@ void test_block_exit(void)
 {
 	if (!block)
 		return;
-	if (changed_first < changed_end)
-		remap(changed_first, changed_end - changed_first, changed_first, PAGE_KERNEL);
+	if (unmapped_changed) {
+		remap(TARN_TEST_BLOCK_PAGES, TARN_TEST_UNMAPPED_PAGES, TARN_TEST_BLOCK_PAGES,
+		      no_access());
+		invalidate(TARN_TEST_BLOCK_PAGES, TARN_TEST_UNMAPPED_PAGES);
+	}
+	if (changed_first < changed_end) {
+		const unsigned long pages = changed_end - changed_first;
+
+		remap(changed_first, pages, changed_first, PAGE_KERNEL);
+		invalidate(changed_first, pages);
+	}
 	/* If the block is not mapped as before, its next user would fault, so leak it. */
 	if (!is_whole()) {
 		pr_err("leaking the test block: it is not mapped as before\n");

@@ -42,7 +42,7 @@ KERNEL_C_BEGIN
 KERNEL_VENDOR_HOOKS(KERNEL_PROBE_TYPE)
 
 /* helper_<hook> is the hook's tracepoint, or null if the kernel has no such hook. */
-#define KERNEL_DECLARE_HOOK(hook, prototype) extern struct tracepoint *const helper_##hook;
+#define KERNEL_DECLARE_HOOK(hook, prototype) extern struct tracepoint *const volatile helper_##hook;
 KERNEL_VENDOR_HOOKS(KERNEL_DECLARE_HOOK)
 
 KERNEL_C_END

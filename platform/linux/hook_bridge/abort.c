@@ -14,10 +14,12 @@
 #include "hooks.h"
 
 /* Makes the probed function return a value instead of running. The handler returns this function's
- * result. */
+ * result. The branch type left by a call through a pointer goes: only a landing pad takes one, and
+ * a return address has none. */
 static int return_early(struct pt_regs *regs, long value)
 {
 	regs->regs[0] = value;
+	regs->pstate &= ~PSR_BTYPE_MASK;
 	instruction_pointer_set(regs, procedure_link_pointer(regs));
 	return 1;
 }

@@ -52,6 +52,8 @@ DECLARE_TRACE(android_vh_madvise_cold_or_pageout_abort,
 	      TP_PROTO(struct vm_area_struct *vma, bool *abort), TP_ARGS(vma, abort));
 DECLARE_TRACE(android_vh_compact_finished, TP_PROTO(bool *abort), TP_ARGS(abort));
 
+/* As on a phone's kernel, the index is an enum: its name is a part of the function's type. */
+enum android_debug_symbol { FIRST_DEBUG_SYMBOL };
 /* Returns the address of a symbol that the kernel does not export, or an error pointer. Context:
  * any. */
-void *android_debug_symbol(int index);
+void *android_debug_symbol(enum android_debug_symbol index);

@@ -60,9 +60,9 @@ unsigned long symbol_size(unsigned long address)
 	return size;
 }
 
-void *android_debug_symbol(int index)
+void *android_debug_symbol(enum android_debug_symbol index)
 {
-	if (index < 0 || index >= (int)ARRAY_SIZE(debug_symbols) || !debug_symbols[index])
+	if ((size_t)index >= ARRAY_SIZE(debug_symbols) || !debug_symbols[index])
 		return ERR_PTR(-ENOENT);
 	return debug_symbols[index];
 }
