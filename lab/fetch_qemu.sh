@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: GPL-2.0-only
 # Downloads, once into the cache, a QEMU that emulates memory tags correctly (Debian 12's own shares
-# a tag between neighbours), and prints the directory it lies in. It comes from Debian's backports,
-# with an apt state of its own: the host's package lists stay as they are.
+# a tag between neighbours), and prints the program's path. It comes from Debian's backports, with an
+# apt state of its own: the host's package lists stay as they are.
 set -eu
 
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tarn-lab
@@ -13,7 +13,7 @@ fail() {
 	exit 2
 }
 
-if [ ! -x "$tree/usr/bin/qemu-system-aarch64" ]; then
+if [ ! -x "$tree/run" ]; then
 	state=$(mktemp -d)
 	trap 'rm -rf "$state"' EXIT
 	mkdir -p "$state/lists/partial" "$state/archives/partial" "$cache"
@@ -34,7 +34,16 @@ if [ ! -x "$tree/usr/bin/qemu-system-aarch64" ]; then
 	for package in "$state"/archives/*.deb; do
 		dpkg -x "$package" "$state/tree" || fail "its contents"
 	done
+	# It would also look for its optional parts where the host's version keeps them.
+	cat >"$state/tree/run" <<-'end'
+		#!/bin/bash
+		tree=$(dirname "$0")/usr
+		export QEMU_MODULE_DIR=$tree/lib/x86_64-linux-gnu/qemu
+		exec "$tree/bin/qemu-system-aarch64" -L "$tree/share/qemu" "$@" \
+			2> >(grep -vE 'initialize module|same build' >&2)
+	end
+	chmod 755 "$state/tree/run"
 	rm -rf "$tree"
 	mv "$state/tree" "$tree"
 fi
-echo "$tree"
+echo "$tree/run"

@@ -78,9 +78,7 @@ esac
 qemu=(qemu-system-aarch64)
 machine_type=virt
 if [ "$tags" = 1 ]; then
-	tree=$("$lab/fetch_qemu.sh")
-	qemu=(env QEMU_MODULE_DIR="$tree/usr/lib/x86_64-linux-gnu/qemu"
-		"$tree/usr/bin/qemu-system-aarch64" -L "$tree/usr/share/qemu")
+	qemu=("$("$lab/fetch_qemu.sh")")
 	machine_type=virt,mte=on
 fi
 

@@ -13,8 +13,9 @@ END
 echo "block at $address, $physical"
 dump=/sys/kernel/debug/kernel_page_tables
 
-page_at() { # PAGE: its address
-	printf '0x%016x' $((address + $1 * 4096))
+# Its address as in the dump: without the tag that memory tagging keeps in the top byte.
+page_at() { # PAGE
+	printf '0x%016x' $(((address | 0xff << 56) + $1 * 4096))
 }
 
 # The line of the dump that covers the address of a page.
