@@ -13,7 +13,8 @@
 	X("Tarn MEM_ADAPTER Driver")                                                               \
 	X("Tarn OS_ADAPTER Driver")
 
-// X(parameter, variable, type, permissions)
+// X(parameter, variable, type, permissions). The variable of kind_counts is a function that fills
+// in two numbers, of allocations and frees; such a parameter cannot be set.
 #define TARN_MODULE_PARAMS(X)                                                                      \
 	X(netlink_init, netlink_init, uint, 0444)                                                  \
 	X(slab_k, slab_k, uint, 0644)                                                              \
@@ -22,6 +23,10 @@
 	X(vmalloc_leak_k, vmalloc_leak_k, uint, 0644)                                              \
 	X(memtrack_init_state, memtrack_init_state, uint, 0444)                                    \
 	X(slub_track_flag, slub_track_flag, int, 0644)                                             \
+	X(slub_recorded, slub_count_recorded, kind_counts, 0444)                                   \
+	X(slub_dropped, slub_count_dropped, kind_counts, 0444)                                     \
+	X(slub_lost, slub_count_lost, kind_counts, 0444)                                           \
+	X(slub_skipped, slub_count_skipped, kind_counts, 0444)                                     \
 	X(specified_target, specified_target, charp, 0644)                                         \
 	X(vmalloc_track_flag, vmalloc_track_flag, int, 0644)                                       \
 	X(cma_show_backtrace, cma_show_backtrace, int, 0644)                                       \

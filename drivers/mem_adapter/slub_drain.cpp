@@ -61,15 +61,17 @@ void count_again(slub_caller_node &node, s64 pid)
 		node.pid_max = pid;
 }
 
-// Without memory for a node the event is lost: nothing here may wait for memory.
-void add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_node *parent,
+// Without memory for a node the event is lost: nothing here may wait for memory. Nor may the
+// allocator complain: it would print under the ring's lock, which a probe below the console's lock
+// may wait for. Returns whether the event is counted.
+bool add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_node *parent,
 		struct rb_node **link)
 {
 	auto *node = static_cast<slub_caller_node *>(
-		helper_kmem_cache_alloc(slub_track_cache, GFP_ATOMIC));
+		helper_kmem_cache_alloc(slub_track_cache, GFP_ATOMIC | __GFP_NOWARN));
 
 	if (!node)
-		return;
+		return false;
 	node->handle = entry.handle;
 	atomic_set(&node->count, 1);
 	memcpy(node->comm, entry.comm, sizeof(node->comm));
@@ -77,9 +79,10 @@ void add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_n
 	node->pid_max = entry.pid;
 	rb_link_node(&node->node, parent, link);
 	rb_insert_color(&node->node, &root);
+	return true;
 }
 
-void count_entry(const slub_track_entry &entry, struct rb_root &root)
+bool count_entry(const slub_track_entry &entry, struct rb_root &root)
 {
 	struct rb_node **link = &root.rb_node;
 	struct rb_node *parent = nullptr;
@@ -90,12 +93,12 @@ void count_entry(const slub_track_entry &entry, struct rb_root &root)
 
 		if (order == 0) {
 			count_again(*node, entry.pid);
-			return;
+			return true;
 		}
 		parent = *link;
 		link = order < 0 ? &parent->rb_left : &parent->rb_right;
 	}
-	add_caller(entry, root, parent, link);
+	return add_caller(entry, root, parent, link);
 }
 
 } // namespace
@@ -107,8 +110,10 @@ void slub_drain_ring(slub_ringbuf &ring, struct rb_root &root)
 {
 	const tree_use use(ring);
 
-	for (; ring.in != ring.out; ring.out++)
-		count_entry(ring.buf[ring.out & (ring.size - 1)], root);
+	for (; ring.in != ring.out; ring.out++) {
+		if (!count_entry(ring.buf[ring.out & (ring.size - 1)], root))
+			WRITE_ONCE(ring.lost, ring.lost + 1);
+	}
 }
 
 void slub_fetch_node(u32 kind)

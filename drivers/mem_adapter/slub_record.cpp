@@ -71,16 +71,29 @@ bool serves_tracker()
 {
 	slub_ringbuf &ring = srb_array[kind];
 
-	if (!READ_ONCE(slub_track_flag) || serves_tracker())
+	if (!READ_ONCE(slub_track_flag))
 		return;
+	if (serves_tracker()) {
+		atomic64_add(1, &ring.skipped);
+		return;
+	}
 	const slub_track_entry entry = make_entry(addr);
 	const irqsave_guard guard(ring.lock);
 
-	// Switched off since the first check, or switched on by hand without rings.
-	if (!READ_ONCE(slub_track_flag) || !ring.buf)
+	// Switched off since the first check.
+	if (!READ_ONCE(slub_track_flag))
 		return;
-	if (ring.in - ring.out < ring.size)
-		ring.buf[ring.in++ & (ring.size - 1)] = entry;
+	// Switched on by hand, without rings.
+	if (!ring.buf) {
+		WRITE_ONCE(ring.dropped, ring.dropped + 1);
+		return;
+	}
+	if (ring.in - ring.out < ring.size) {
+		ring.buf[ring.in & (ring.size - 1)] = entry;
+		WRITE_ONCE(ring.in, ring.in + 1);
+	} else {
+		WRITE_ONCE(ring.dropped, ring.dropped + 1);
+	}
 	if (ring.in - ring.out >= ring.size / 2)
 		__wake_up(&slub_track[kind].slub_wait, TASK_NORMAL, 1, nullptr);
 }

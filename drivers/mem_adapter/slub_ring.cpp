@@ -28,8 +28,11 @@ bool create_ring(u32 kind)
 	const irqsave_guard guard(ring.lock);
 
 	ring.buf = buf;
-	ring.in = 0;
+	WRITE_ONCE(ring.in, 0ULL);
 	ring.out = 0;
+	WRITE_ONCE(ring.dropped, 0ULL);
+	WRITE_ONCE(ring.lost, 0ULL);
+	atomic64_xchg_relaxed(&ring.skipped, 0);
 	ring.size = slub_ring_entries;
 	ring.kind = kind;
 	return true;
@@ -71,4 +74,33 @@ void slub_free_ring(u32 kind)
 	}
 	// vfree() may sleep.
 	vfree(buf);
+}
+
+void slub_count_recorded(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS
+{
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++) {
+		// Before in: what is lost has come in.
+		const u64 lost = READ_ONCE(srb_array[kind].lost);
+		const u64 in = READ_ONCE(srb_array[kind].in);
+
+		counts[kind] = in > lost ? in - lost : 0;
+	}
+}
+
+void slub_count_dropped(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS
+{
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++)
+		counts[kind] = READ_ONCE(srb_array[kind].dropped);
+}
+
+void slub_count_lost(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS
+{
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++)
+		counts[kind] = READ_ONCE(srb_array[kind].lost);
+}
+
+void slub_count_skipped(u64 counts[SLUB_KINDS])
+{
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++)
+		counts[kind] = static_cast<u64>(atomic64_read(&srb_array[kind].skipped));
 }

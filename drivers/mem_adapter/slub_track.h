@@ -45,6 +45,10 @@ struct slub_track_entry {
 };
 
 // in - out entries are pending, 0 to size. The low bits of a counter select its slot.
+//
+// Each event of the target counts once: in, dropped or skipped; lost is a part of in. Written under
+// the lock except for skipped. Tolerated race: parameters show in, dropped and lost without the
+// lock, so while events come they may be one short.
 struct slub_ringbuf {
 	u32 kind;
 	slub_track_entry *buf GUARDED_BY(lock); // null while the tracker is off
@@ -52,6 +56,9 @@ struct slub_ringbuf {
 	u64 size GUARDED_BY(lock);
 	u64 in GUARDED_BY(lock);
 	u64 out GUARDED_BY(lock);
+	u64 dropped GUARDED_BY(lock); // no room, or no storage
+	u64 lost GUARDED_BY(lock);    // taken out, but without memory for a node
+	atomic64_t skipped;	      // the tracker's own traffic
 	// The task that works on the tree under the lock. While the allocator serves a tree node it
 	// may allocate for itself, as a leak detector does; recording that would take the lock
 	// again. Tolerated race: written under the lock, read without. A task finds itself here
@@ -136,6 +143,13 @@ void vh_slab_alloc_node(void *data, void *object, unsigned long addr, struct kme
 void vh_slab_free(void *data, unsigned long addr, struct kmem_cache *cache);
 void set_alloc_track(unsigned long addr);
 void set_free_track(unsigned long addr);
+
+// What happened to the events of each kind since tracking was last switched on. Recorded and the
+// other three together are all of them. Context: any.
+void slub_count_recorded(u64 counts[SLUB_KINDS]);
+void slub_count_dropped(u64 counts[SLUB_KINDS]);
+void slub_count_lost(u64 counts[SLUB_KINDS]);
+void slub_count_skipped(u64 counts[SLUB_KINDS]);
 
 // Initialises the rings' locks. Call once per load.
 void slub_init_rings(void);

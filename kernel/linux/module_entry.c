@@ -12,6 +12,7 @@
 #include "mem_adapter.h"
 #include "module_list.h"
 #include "param_charp_rcu.h"
+#include "param_kind_counts.h"
 #include "symbols.h"
 
 MODULE_LICENSE(TARN_MODULE_LICENSE);
@@ -25,10 +26,12 @@ MODULE_IMPORT_NS(TARN_MODULE_IMPORT_NS);
 #define DECLARE_uint(variable) extern unsigned int variable
 #define DECLARE_charp(variable) extern char *variable
 #define DECLARE_charp_rcu(variable) extern char *variable
+#define DECLARE_kind_counts(function) extern void function(u64 counts[2])
 #define PARAM_int(name, variable, mode) module_param_named(name, variable, int, mode)
 #define PARAM_uint(name, variable, mode) module_param_named(name, variable, uint, mode)
 #define PARAM_charp(name, variable, mode) module_param_named(name, variable, charp, mode)
 #define PARAM_charp_rcu(name, variable, mode) module_param_charp_rcu(name, variable, mode)
+#define PARAM_kind_counts(name, function, mode) module_param_kind_counts(name, function, mode)
 #define PARAM(name, variable, type, mode)                                                          \
 	DECLARE_##type(variable);                                                                  \
 	PARAM_##type(name, variable, mode);

@@ -15,6 +15,10 @@ cat >wanted <<END
 444 netlink_init 0
 644 slab_k 1048576
 644 slab_leak_k 1048576
+444 slub_dropped 0,0
+444 slub_lost 0,0
+444 slub_recorded 0,0
+444 slub_skipped 0,0
 644 slub_track_flag 0
 644 specified_target (null)
 644 vmalloc_k 1048576

@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include <hosted/engine/fault.h>
+
 #include "crew.h"
 
 using namespace hosted;
@@ -68,6 +70,35 @@ TEST_F(slub_race, counts_are_exact_while_rings_overflow)
 		EXPECT_EQ(out, in);
 		EXPECT_EQ(read_out[kind], in);
 	}
+}
+
+// Each event is counted once, whether it is recorded or not, and the readout shows what is
+// recorded.
+TEST_F(slub_race, counts_add_up_to_what_happened)
+{
+	constexpr u64 times = slub_ring_entries;
+	for (const int kind : kinds)
+		hold_thread(drain_threads[kind]);
+	record_on_all(half_ring);
+	for (const int kind : kinds)
+		let_go_thread(drain_threads[kind]);
+	{
+		const fault_scope fault("kmem_cache_alloc", 1, fault_scope::mode::from_then_on);
+		settle();
+	}
+	record_on_all(times);
+	ASSERT_EQ(command(off), 0);
+	read_more();
+
+	const kind_counts recorded = count("slub_recorded"), dropped = count("slub_dropped"),
+			  lost = count("slub_lost"), skipped = count("slub_skipped");
+	constexpr u64 produced = (half_ring + times) * cpus;
+	EXPECT_EQ(recorded.first + dropped.first + lost.first + skipped.first, produced);
+	EXPECT_EQ(recorded.second + dropped.second + lost.second + skipped.second, produced);
+	EXPECT_GE(dropped.first, half_ring * cpus - slub_ring_entries);
+	EXPECT_GT(lost.second, 0U);
+	EXPECT_EQ(read_out[SLUB_ALLOC], recorded.first);
+	EXPECT_EQ(read_out[SLUB_FREE], recorded.second);
 }
 
 // The drain may fall behind and drop events, but a readout drops at most the one pair that it finds

@@ -2,6 +2,7 @@
 // Helpers for tests of slab tracking: traffic in a cache, commands, and readouts.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -103,6 +104,28 @@ protected:
 	{
 		EXPECT_EQ(command(off), 0);
 		return read();
+	}
+
+	using kind_counts = std::pair<u64, u64>; // alloc, free
+
+	// The counts that the module shows.
+	static kind_counts count(const char *name)
+	{
+		const std::string text = parameter(name);
+		kind_counts counts{};
+
+		EXPECT_EQ(std::sscanf(text.c_str(), "%llu,%llu\n", &counts.first, &counts.second),
+			  2)
+			<< name << ": " << text;
+		return counts;
+	}
+	static void expect_counts(kind_counts recorded, kind_counts dropped, kind_counts lost,
+				  kind_counts skipped)
+	{
+		EXPECT_EQ(count("slub_recorded"), recorded);
+		EXPECT_EQ(count("slub_dropped"), dropped);
+		EXPECT_EQ(count("slub_lost"), lost);
+		EXPECT_EQ(count("slub_skipped"), skipped);
 	}
 
 	// Call only while no thread records or drains.

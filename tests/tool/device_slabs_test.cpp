@@ -201,6 +201,33 @@ TEST(device_hunt, tracks_the_cache_that_grows_fastest_and_can_leak)
 	EXPECT_THAT(text, HasSubstr("tarnctl hunt --trace -\n"));
 }
 
+TEST(device_hunt, says_what_the_module_dropped_before_its_counts)
+{
+	fake_kernel kernel;
+	played_slabs slabs;
+
+	kernel.set_counts("60,4\n", "1000,20\n", "0,3\n", "1,0\n");
+	const device_hunt hunt = kernel.hunt(slabs, slabs.sampler(), {});
+	const auto json = nlohmann::json::parse(device_hunt_json(hunt));
+	const std::string text = device_hunt_text(hunt);
+
+	EXPECT_EQ(json["events"], (nlohmann::json{{"alloc", 60}, {"free", 4}, {"dropped", 1024}}));
+	EXPECT_THAT(json["uncertain"][0]["reason"], HasSubstr("1024 of 1088 events were dropped"));
+	EXPECT_EQ(text.find("EVENTS DROPPED: 1024 of 1088;"), 0U);
+	EXPECT_THAT(text,
+		    HasSubstr("Events: 60 allocations and 4 frees recorded, 1024 dropped: "
+			      "1020 by a full ring,\n        3 for want of memory, 1 made for "
+			      "the tracker itself\n"));
+
+	kernel.done.clear();
+	kernel.set_counts("60,0\n", "0,0\n", "0,0\n", "0,0\n");
+	slabs.time = {};
+	const std::string whole = device_hunt_text(kernel.hunt(slabs, slabs.sampler(), {}));
+
+	EXPECT_THAT(whole, HasSubstr("Events: 60 allocations and 0 frees recorded, 0 dropped\n"));
+	EXPECT_THAT(whole, Not(HasSubstr("EVENTS DROPPED")));
+}
+
 TEST(device_hunt, leaves_the_choice_to_the_module_where_nothing_is_known)
 {
 	const std::string none(1, '\0');

@@ -88,6 +88,16 @@ public:
 			  static_cast<ssize_t>(record.size()));
 	}
 
+	// The module's counts, as it shows them.
+	void set_counts(const char *recorded, const char *dropped, const char *lost,
+			const char *skipped) const
+	{
+		set("slub_recorded", recorded);
+		set("slub_dropped", dropped);
+		set("slub_lost", lost);
+		set("slub_skipped", skipped);
+	}
+
 	[[nodiscard]] std::string get(const std::string &parameter) const
 	{
 		std::ifstream file(directory + "/" + parameter);

@@ -79,7 +79,7 @@ TEST(hunt, counts_equal_the_trace_for_every_cache)
 		EXPECT_EQ(result.cache, cache.name);
 		EXPECT_EQ(result.object_size, cache.object_size);
 		ASSERT_TRUE(result.events);
-		EXPECT_EQ(result.events->dropped, 0U);
+		EXPECT_EQ(result.events->dropped(), 0U);
 		EXPECT_EQ(found_callers(result.callers.alloc),
 			  expected_callers(loaded, cache.name, false));
 		EXPECT_EQ(found_callers(result.callers.free),

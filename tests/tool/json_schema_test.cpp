@@ -171,6 +171,7 @@ TEST(json_schema, is_kept_by_a_hunt_on_a_device)
 		without_figures.result, slab_sampler(root), target_choice::module, {}, {}};
 
 	with_figures.result.object_size = 192;
+	with_figures.result.events = event_counts{50, 40, 3, 2, 1};
 	for (const int second : {0, 1, 2, 3})
 		with_figures.slabs.sample(std::chrono::seconds(second));
 	with_figures.tracked = {std::chrono::seconds(0), std::chrono::seconds(3)};

@@ -13,6 +13,7 @@ struct module __this_module;
 #define DECLARE_uint(variable) extern unsigned int variable;
 #define DECLARE_charp(variable) extern char *variable;
 #define DECLARE_charp_rcu(variable) extern char *variable;
+#define DECLARE_kind_counts(function) extern "C" void function(u64 counts[2]);
 // NOLINTEND(bugprone-macro-parentheses)
 #define DECLARE(name, variable, type, mode) DECLARE_##type(variable)
 TARN_MODULE_PARAMS(DECLARE)
@@ -28,6 +29,7 @@ namespace
 	{                                                                                          \
 		&(variable)                                                                        \
 	}
+#define VARIABLE_kind_counts(function) &(function)
 #define PARAM(name, variable, type, mode) {#name, VARIABLE_##type(variable), mode},
 constexpr hosted::module_param params[] = {TARN_MODULE_PARAMS(PARAM)};
 

@@ -22,9 +22,12 @@ struct rcu_string {
 	char **variable;
 };
 
+// Fills in two numbers, for allocations and frees.
+using kind_counts = void (*)(u64 counts[2]);
+
 struct module_param {
 	const char *name;
-	std::variant<int *, unsigned int *, char **, rcu_string> variable;
+	std::variant<int *, unsigned int *, char **, rcu_string, kind_counts> variable;
 	umode_t mode; // 0: no file
 };
 

@@ -135,6 +135,8 @@ void module_params::publish()
 int module_params::set(const module_param &param, const char *text)
 {
 	const param_lock_guard guard(image_.self);
+	if (std::holds_alternative<kind_counts>(param.variable))
+		return -EPERM;
 	if (auto *const *string = std::get_if<char **>(&param.variable))
 		return set_string(*string, text, false);
 	if (auto *const string = std::get_if<rcu_string>(&param.variable))
@@ -184,6 +186,11 @@ long module_params::show(const module_param &param, char *page)
 		return show_string(*string->variable);
 	if (auto *const *number = std::get_if<int *>(&param.variable))
 		return std::snprintf(page, page_size, "%d\n", READ_ONCE(**number));
+	if (auto *const *count = std::get_if<kind_counts>(&param.variable)) {
+		u64 counts[2];
+		(*count)(counts);
+		return std::snprintf(page, page_size, "%llu,%llu\n", counts[0], counts[1]);
+	}
 	return std::snprintf(page, page_size, "%u\n",
 			     READ_ONCE(*std::get<unsigned int *>(param.variable)));
 }

@@ -42,6 +42,11 @@ static inline long atomic_long_read(const atomic_long_t *v)
 	return __atomic_load_n(&v->counter, __ATOMIC_RELAXED);
 }
 
+static inline s64 atomic64_read(const atomic64_t *v)
+{
+	return __atomic_load_n(&v->counter, __ATOMIC_RELAXED);
+}
+
 static inline void atomic64_add(s64 i, atomic64_t *v)
 {
 	__atomic_fetch_add(&v->counter, i, __ATOMIC_RELAXED);

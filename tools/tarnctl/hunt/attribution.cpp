@@ -13,7 +13,7 @@ namespace tarn
 namespace
 {
 
-// Frees of whom nothing is known do not matter up to one in so many.
+// Events of which nothing is known do not matter up to one in so many.
 constexpr std::int64_t few = 20;
 
 task_balance &balance_of(std::vector<task_balance> &all, const caller_record &record)
@@ -55,7 +55,8 @@ std::vector<task_balance> task_balances(const readout &callers)
 	return all;
 }
 
-std::string why_uncertain(const readout &callers, std::optional<std::int64_t> grown)
+std::string why_uncertain(const readout &callers, std::optional<std::int64_t> grown,
+			  const std::optional<event_counts> &events)
 {
 	const std::int64_t frees = frees_of_stacks(callers.free);
 	std::int64_t shown = 0;
@@ -72,6 +73,9 @@ std::string why_uncertain(const readout &callers, std::optional<std::int64_t> gr
 		else
 			kept += task.difference();
 	}
+	if (events && events->dropped() * few > events->all())
+		return fmt::format("{} of {} events were dropped, frees among them perhaps",
+				   events->dropped(), events->all());
 	if (in_interrupts * few > frees)
 		return fmt::format("{} of {} frees came in interrupts (RCU, for instance) and may "
 				   "be of any task's objects",

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <tarnctl/hunt/event_counts.h>
 #include <tarnctl/hunt/readout.h>
 
 namespace tarn
@@ -32,8 +33,9 @@ struct task_balance {
 std::vector<task_balance> task_balances(const readout &callers);
 
 // Why the differences are not what the tasks hold, as a part of a sentence; empty if they are.
-// Grown: how many more objects of the cache lived after the tracking than before, where that is
-// known.
-std::string why_uncertain(const readout &callers, std::optional<std::int64_t> grown);
+// Grown: how many more objects of the cache lived after the tracking than before; events: what the
+// module recorded and dropped; where that is known.
+std::string why_uncertain(const readout &callers, std::optional<std::int64_t> grown,
+			  const std::optional<event_counts> &events = {});
 
 } // namespace tarn

@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <new>
+#include <system_error>
 
 #include <uapi/tarn_device.h>
 
@@ -53,6 +55,17 @@ int device_backend::read(std::uint32_t memtype, std::uint64_t size, std::string 
 	text.assign(reinterpret_cast<const char *>(buffer.get() + sizeof(*info)),
 		    std::min(info->size, size));
 	return 0;
+}
+
+std::optional<event_counts> device_backend::events()
+{
+	std::error_code error;
+
+	if (!std::filesystem::exists(parameters_ + "/slub_recorded", error))
+		return std::nullopt;
+	return read_event_counts([this](const std::string &name) {
+		return read_kernel_file(parameters_ + "/" + name);
+	});
 }
 
 std::string device_backend::take_log()

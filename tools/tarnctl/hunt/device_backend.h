@@ -30,6 +30,7 @@ public:
 	int command(std::uint32_t memtype, std::uint32_t cmd) override;
 	void set_target(const std::string &cache) override;
 	int read(std::uint32_t memtype, std::uint64_t size, std::string &text) override;
+	std::optional<event_counts> events() override;
 	std::string take_log() override;
 
 private:

@@ -124,6 +124,9 @@ void screen::heading()
 			  : hunt_.choice == target_choice::fastest ? "which grew fastest"
 								   : "which the module chose";
 
+	if (result_.events && result_.events->dropped() != 0)
+		print("EVENTS DROPPED: {} of {}; the counts of tasks and stacks are too low\n",
+		      result_.events->dropped(), result_.events->all());
 	if (!hunt_.slabs.fault().empty())
 		print("NO SLAB FIGURES: {}\n", hunt_.slabs.fault());
 	if (hunt_.observed.to > hunt_.observed.from)
@@ -155,6 +158,8 @@ void screen::target()
 		print("  {} live  {}  {} to {}\n", printable(result_.cache),
 		      chart(live, chart_columns), least, target_->peak);
 	}
+	if (result_.events)
+		print("{}", wrapped(event_counts_text(*result_.events), 8, columns, "Events: "));
 	print("Slabs: {} KiB before tracking, {} KiB after ({:+} KiB), free room included\n",
 	      result_.target.start_kib, result_.target.end_kib, result_.target.delta_kib);
 }
@@ -194,7 +199,7 @@ void screen::caches()
 void screen::tasks()
 {
 	const std::vector<task_balance> all = task_balances(result_.callers);
-	const std::string doubt = why_uncertain(result_.callers, grown(hunt_));
+	const std::string doubt = why_uncertain(result_.callers, grown(hunt_), result_.events);
 
 	if (all.empty())
 		return;
@@ -312,7 +317,8 @@ json tasks_of(const device_hunt &hunt)
 // As in a trace: what looks held, but cannot be judged.
 json uncertain_of(const device_hunt &hunt)
 {
-	const std::string reason = why_uncertain(hunt.result.callers, grown(hunt));
+	const std::string reason =
+		why_uncertain(hunt.result.callers, grown(hunt), hunt.result.events);
 	json comms = json::array();
 	std::int64_t objects = 0;
 

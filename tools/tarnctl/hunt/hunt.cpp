@@ -137,6 +137,7 @@ hunt_result run_hunt(hunt_backend &device, const std::string &cache,
 	const std::string off_log = device.take_log();
 
 	result.target = parse_growth(off_log);
+	result.events = device.events();
 	result.callers = parse_readout(read_out(device));
 	result.log += off_log + device.take_log();
 	return result;

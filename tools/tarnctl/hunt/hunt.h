@@ -20,18 +20,12 @@ struct growth {
 	std::uint64_t end_kib = 0;
 };
 
-struct event_counts {
-	std::uint64_t alloc = 0; // recorded
-	std::uint64_t free = 0;
-	std::uint64_t dropped = 0;
-};
-
 // What a hunt brings home. The callers come out of the readout buffer and from nowhere else.
 struct hunt_result {
 	std::string cache;
 	std::optional<std::uint32_t> object_size; // bytes, where it can be learnt
 	growth target;
-	std::optional<event_counts> events; // a device does not tell
+	std::optional<event_counts> events; // an older module does not tell
 	readout callers;
 	std::string log; // the kernel log of the hunt
 };
@@ -45,8 +39,8 @@ struct unknown_cache : hunt_error {
 	using hunt_error::hunt_error;
 };
 
-// Runs the hunt on a device; let_run is what happens while tracking is on. Fills in the callers,
-// the growth and the log. Throws hunt_error when the module refuses a step, unknown_cache when it
+// Runs the hunt on a device; let_run is what happens while tracking is on. Fills in all but the
+// object size. Throws hunt_error when the module refuses a step, unknown_cache when it
 // does not find the named cache. Tracking is off again in any case.
 hunt_result run_hunt(hunt_backend &device, const std::string &cache,
 		     const std::function<void()> &let_run);

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+
+#include <tarnctl/hunt/event_counts.h>
 
 namespace tarn
 {
@@ -23,6 +26,8 @@ public:
 	// Reads the stacks of a memory type, at most size bytes of text. Returns what the module
 	// returns.
 	virtual int read(std::uint32_t memtype, std::uint64_t size, std::string &text) = 0;
+	// What the module counts, if it counts at all.
+	virtual std::optional<event_counts> events() = 0;
 	// The lines of the kernel log since the last call.
 	virtual std::string take_log() = 0;
 };

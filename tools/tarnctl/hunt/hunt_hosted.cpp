@@ -7,7 +7,6 @@
 #include <hosted/engine/machine.h>
 #include <hosted/sysfs.h>
 #include <platform/hosted/client.h>
-#include <slub_track.h>
 
 #include <tarnctl/hunt/replay.h>
 #include <tarnctl/terminal/progress_bar.h>
@@ -39,8 +38,7 @@ public:
 	{
 		if (cache.empty())
 			return;
-		if (hosted::write_file("/sys/module/tarn_mem_adapter/parameters/specified_target",
-				       cache) < 0)
+		if (hosted::write_file(parameters + "specified_target", cache) < 0)
 			throw hunt_error("the module does not take a target cache by name");
 	}
 
@@ -50,6 +48,16 @@ public:
 
 		text = std::move(stacks.text);
 		return stacks.status;
+	}
+
+	std::optional<event_counts> events() override
+	{
+		return read_event_counts([](const std::string &name) {
+			std::string text;
+
+			hosted::read_file(parameters + name, text);
+			return text;
+		});
 	}
 
 	std::string take_log() override
@@ -65,16 +73,10 @@ public:
 	}
 
 private:
+	inline static const std::string parameters = "/sys/module/tarn_mem_adapter/parameters/";
+
 	platform::client &client_;
 };
-
-// What a kind's ring has taken in since tracking was switched on: the module keeps the count.
-std::uint64_t recorded(hosted::loaded_module &module, int kind) NO_THREAD_SAFETY_ANALYSIS
-{
-	const auto *rings = module.internal<slub_ringbuf>("srb_array");
-
-	return rings[kind].in;
-}
 
 // The module on a kernel of its own, with the tracker started.
 class hosted_module
@@ -97,30 +99,18 @@ public:
 		return client_;
 	}
 
-	// Of what the tracked cache was offered.
-	event_counts counts(const replay::counts &offered)
-	{
-		event_counts events;
-
-		events.alloc = recorded(module_, SLUB_ALLOC);
-		events.free = recorded(module_, SLUB_FREE);
-		events.dropped = offered.alloc + offered.free - events.alloc - events.free;
-		return events;
-	}
-
 private:
 	const hosted::machine machine_;
 	hosted::loaded_module module_;
 	platform::client client_;
 };
 
-std::vector<replay::counts> play(replay &trace, const char *what)
+void play(replay &trace, const char *what)
 {
 	progress_bar bar(what);
 
 	trace.allocate_existing();
-	return trace.run(
-		[&bar](std::uint64_t done, std::uint64_t total) { bar.update(done, total); });
+	trace.run([&bar](std::uint64_t done, std::uint64_t total) { bar.update(done, total); });
 }
 
 } // namespace
@@ -131,7 +121,6 @@ hunt_result hunt_trace(const trace::trace_path &path, const trace::cache_index &
 	hosted_module module;
 	hosted_device device(module.client());
 	replay trace(path, index);
-	std::vector<replay::counts> seen;
 
 	if (!cache.empty() && index.find(cache) == trace::none)
 		throw unknown_cache(
@@ -140,10 +129,8 @@ hunt_result hunt_trace(const trace::trace_path &path, const trace::cache_index &
 		play(trace, "filling the caches");
 	trace.allocate_existing();
 
-	hunt_result result =
-		run_hunt(device, cache, [&] { seen = play(trace, "tracking the trace"); });
+	hunt_result result = run_hunt(device, cache, [&] { play(trace, "tracking the trace"); });
 
-	result.events = module.counts(seen[index.find(result.cache)]);
 	result.object_size = helper_kmem_cache_full_size(hosted::find_cache(result.cache));
 	return result;
 }

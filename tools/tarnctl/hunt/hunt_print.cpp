@@ -178,9 +178,7 @@ std::string hunt_text(const hunt_result &result)
 	fmt::format_to(to, "  footprint  {} KiB before, {} KiB after: {:+} KiB\n",
 		       result.target.start_kib, result.target.end_kib, result.target.delta_kib);
 	if (result.events)
-		fmt::format_to(to,
-			       "  events     {} allocations and {} frees recorded, {} dropped\n",
-			       result.events->alloc, result.events->free, result.events->dropped);
+		fmt::format_to(to, "  events     {}\n", event_counts_text(*result.events));
 	if (!result.callers.alloc.empty() || !result.callers.free.empty())
 		print_tasks(out, result);
 	return fmt::to_string(out) + callers_text(result.callers);
@@ -199,7 +197,7 @@ nlohmann::ordered_json hunt_members(const hunt_result &result)
 	if (result.events)
 		object["events"] = {{"alloc", result.events->alloc},
 				    {"free", result.events->free},
-				    {"dropped", result.events->dropped}};
+				    {"dropped", result.events->dropped()}};
 	object["alloc"] = to_json(result.callers.alloc);
 	object["free"] = to_json(result.callers.free);
 	return object;

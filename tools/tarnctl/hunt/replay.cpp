@@ -137,11 +137,10 @@ void replay::enter(const trace::event &event)
 	act(event);
 }
 
-std::vector<replay::counts> replay::run(const trace::cache_index::progress &report)
+void replay::run(const trace::cache_index::progress &report)
 {
 	trace::reader reader(path_, index_, stacks_);
 	trace::event event;
-	std::vector<counts> seen(caches_.size());
 	std::uint64_t events = 0;
 	const hosted::task_scope as_task(*task_);
 
@@ -153,14 +152,9 @@ std::vector<replay::counts> replay::run(const trace::cache_index::progress &repo
 			continue;
 		enter(event);
 		hosted::settle();
-		if (trace::is_free(event.kind))
-			seen[event.cache].free++;
-		else if (event.object != trace::none)
-			seen[event.cache].alloc++;
 		if (report && ++events % report_interval == 0)
 			report(reader.input().position(), reader.input().size());
 	}
-	return seen;
 }
 
 } // namespace tarn

@@ -30,13 +30,9 @@ public:
 	// before the recording began. No hook fires. Before each run; a second call adds nothing.
 	void allocate_existing();
 
-	struct counts {
-		std::uint64_t alloc = 0;
-		std::uint64_t free = 0;
-	};
-	// Replays all events; drain threads get their turn whenever one has work. Returns how many
-	// events each cache has seen, by the index's numbers. Throws trace::trace_error.
-	std::vector<counts> run(const trace::cache_index::progress &report = {});
+	// Replays all events; drain threads get their turn whenever one has work. Throws
+	// trace::trace_error.
+	void run(const trace::cache_index::progress &report = {});
 
 private:
 	void enter(const trace::event &event);
