@@ -94,8 +94,7 @@ void copy_name(char *to, size_t size, const char *name)
 	memset(to + kept, 0, size - kept);
 }
 
-// Tracking the tracker's own nodes would record its own work. The kernel may have merged their
-// cache with another one, under that one's name.
+// Tracking the tracker's own nodes would record its own work.
 bool is_own(const struct kmem_cache *cache)
 {
 	return cache == slub_track_cache ||

@@ -87,7 +87,7 @@ int slub_track_init(void)
 		return -EINVAL;
 	}
 	slub_track_cache = helper_kmem_cache_create("slub_track_cache", sizeof(slub_caller_node), 0,
-						    0, nullptr);
+						    SLAB_NO_MERGE, nullptr);
 	if (!slub_track_cache) {
 		MEM_ERR("create slub_track_cache failed!\n");
 		return -EINVAL;

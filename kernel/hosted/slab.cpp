@@ -6,7 +6,9 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <span>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -19,6 +21,7 @@
 #include <hosted/slab_cache.h>
 #include <hosted/task_struct.h>
 #include <hosted/vendor_hooks.h>
+#include <kernel/rcupdate.h>
 
 namespace hosted
 {
@@ -39,6 +42,18 @@ slab *slab_at(const void *address)
 	const page *p = virt_to_page(address);
 	return p ? p->slab.load(std::memory_order_acquire) : nullptr;
 }
+
+kmem_cache &cache_of(const void *object)
+{
+	const slab *s = slab_at(object);
+	if (!s)
+		judge_stop("slab", fmt::format("kfree of {}: not a slab object", object));
+	return *s->cache;
+}
+
+// Objects that are freed after a grace period.
+constinit std::mutex waiting_lock;
+std::vector<void *> waiting;
 
 // Under the cache's lock, like shrink and take.
 bool grow(kmem_cache &cache)
@@ -190,10 +205,77 @@ void release(kmem_cache &cache, void *object)
 
 void release_kmalloced(void *object)
 {
-	const slab *s = slab_at(object);
-	if (!s)
-		judge_stop("slab", fmt::format("kfree of {}: not a slab object", object));
-	release(*s->cache, object);
+	release(cache_of(object), object);
+}
+
+std::size_t allocate_bulk(kmem_cache &cache, gfp_t gfp, std::span<void *> objects)
+{
+	std::size_t allocated = 0;
+	while (allocated < objects.size() &&
+	       (objects[allocated] = allocate_untraced(cache, gfp)) != nullptr)
+		allocated++;
+	if (allocated < objects.size()) {
+		for (void *object : objects.first(allocated))
+			release_quietly(cache, object);
+		allocated = 0;
+	}
+	if (!in_use(__tracepoint_android_vh_slab_alloc_node) || objects.empty()) [[likely]]
+		return allocated;
+	static const std::array frames{
+		symbol_address("slab_post_alloc_hook", 0xa4, 0x3c0),
+		symbol_address("kmem_cache_alloc_bulk", 0x1b8, 0x420),
+	};
+	const unsigned long caller = caller_address();
+	const frame_scope scope(frames);
+	if (allocated == 0)
+		trace_android_vh_slab_alloc_node(nullptr, caller, &cache);
+	for (void *object : objects.first(allocated))
+		trace_android_vh_slab_alloc_node(object, caller, &cache);
+	return allocated;
+}
+
+void release_bulk(kmem_cache *cache, std::span<void *const> objects)
+{
+	if (in_use(__tracepoint_android_vh_slab_free)) [[unlikely]] {
+		static const std::array frames{
+			symbol_address("slab_free_bulk", 0x60, 0x180),
+			symbol_address("kmem_cache_free_bulk", 0xd4, 0x2a0),
+		};
+		const unsigned long caller = caller_address();
+		const frame_scope scope(frames);
+		for (void *object : objects)
+			trace_android_vh_slab_free(caller, cache ? cache : &cache_of(object));
+	}
+	for (void *object : objects)
+		release_quietly(cache ? *cache : cache_of(object), object);
+}
+
+void release_after_grace_period(void *object)
+{
+	const std::lock_guard guard(waiting_lock);
+	waiting.push_back(object);
+}
+
+void end_grace_period()
+{
+	static const std::array frames{
+		symbol_address("kvfree_rcu_bulk", 0x7c, 0x1e0),
+		symbol_address("kfree_rcu_work", 0x88, 0x124),
+	};
+	synchronize_rcu();
+	std::vector<void *> objects;
+	{
+		const std::lock_guard guard(waiting_lock);
+		objects.swap(waiting);
+	}
+	const frame_scope scope(frames);
+	release_bulk(nullptr, objects);
+}
+
+void forget_waiting_objects()
+{
+	const std::lock_guard guard(waiting_lock);
+	waiting.clear();
 }
 
 unsigned long footprint(kmem_cache &cache)

@@ -32,6 +32,9 @@ struct slab : boost::intrusive::list_base_hook<> {
 
 using slab_list = boost::intrusive::list<slab>;
 
+// Drops the objects that wait for a grace period, when their caches go.
+void forget_waiting_objects();
+
 // Leads from a list entry to its cache; null in the list's head.
 struct cache_entry {
 	list_head list;
@@ -41,8 +44,7 @@ struct cache_entry {
 } // namespace hosted
 
 struct kmem_cache {
-	kmem_cache(std::string_view name, unsigned object_size, unsigned align, unsigned flags,
-		   bool of_module);
+	kmem_cache(std::string_view name, unsigned object_size, unsigned align, unsigned flags);
 	~kmem_cache();
 	kmem_cache(const kmem_cache &) = delete;
 	kmem_cache &operator=(const kmem_cache &) = delete;
@@ -51,10 +53,12 @@ struct kmem_cache {
 	const unsigned size; // of an object, alignment included
 	const unsigned order;
 	const unsigned objects_per_slab;
-	const bool of_module;
 	atomic_long_t &pages_stat; // where the pages are counted
 	std::atomic<unsigned> flags;
 	hosted::cache_entry entry{};
+	// Creations that have not been undone, the module's among them. Under the slab mutex.
+	unsigned users = 0;
+	unsigned module_users = 0;
 
 	std::mutex lock;
 	hosted::slab_list partial; // slabs with a free object, the empty ones last

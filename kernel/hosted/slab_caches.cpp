@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Slab caches: their list, creation and destruction.
+// Slab caches: their list, creation and destruction. Caches of equal objects share their slabs, as
+// in a kernel that was not told to keep them apart: all go by the name of the oldest.
 #include <hosted/slab.h>
 
 #include <algorithm>
 #include <memory>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -62,12 +64,17 @@ std::vector<std::string> report()
 	const mutex_guard guard(slab_mutex());
 	std::vector<std::string> lines;
 	for (const kmem_cache *cache : caches())
-		if (cache->of_module)
+		if (cache->module_users != 0)
 			lines.push_back(fmt::format("slab cache {}", cache->name));
 	return lines;
 }
 
 const leftover_source source(report);
+
+unsigned aligned(unsigned size, unsigned align)
+{
+	return (size + align - 1) / align * align;
+}
 
 unsigned slots(unsigned order, unsigned size)
 {
@@ -89,17 +96,44 @@ unsigned choose_order(unsigned size)
 	return order;
 }
 
-kmem_cache *create(std::string_view name, unsigned object_size, unsigned align, unsigned flags,
-		   bool of_module)
+// The oldest cache whose slabs can serve a new one as well, or null. Under the slab mutex.
+kmem_cache *find_mergeable(unsigned object_size, unsigned align, unsigned flags)
 {
-	auto cache = std::make_unique<kmem_cache>(name, object_size, align, flags, of_module);
+	if (flags & SLAB_NO_MERGE)
+		return nullptr;
+	const unsigned size = aligned(object_size, align);
+	const std::vector<kmem_cache *> all = caches();
+	for (kmem_cache *cache : std::views::reverse(all)) {
+		const unsigned its_flags = cache->flags.load(std::memory_order_relaxed);
+		if (!(its_flags & SLAB_NO_MERGE) &&
+		    (its_flags & SLAB_RECLAIM_ACCOUNT) == (flags & SLAB_RECLAIM_ACCOUNT) &&
+		    cache->size >= size && cache->size - size < min_align &&
+		    cache->size % align == 0)
+			return cache;
+	}
+	return nullptr;
+}
+
+kmem_cache *add_to_list(std::unique_ptr<kmem_cache> cache)
+{
 	list_head *entry = &cache->entry.list;
-	const mutex_guard guard(slab_mutex());
 	list_head *head = slab_caches();
 	*entry = {head->next, head};
 	head->next->prev = entry;
 	head->next = entry;
 	return cache.release();
+}
+
+kmem_cache *create(std::string_view name, unsigned object_size, unsigned align, unsigned flags,
+		   bool of_module)
+{
+	const mutex_guard guard(slab_mutex());
+	kmem_cache *cache = find_mergeable(object_size, align, flags);
+	if (!cache)
+		cache = add_to_list(std::make_unique<kmem_cache>(name, object_size, align, flags));
+	cache->users++;
+	cache->module_users += of_module;
+	return cache;
 }
 
 // Under the slab mutex.
@@ -109,6 +143,21 @@ void destroy(kmem_cache *cache)
 	entry->prev->next = entry->next;
 	entry->next->prev = entry->prev;
 	delete cache;
+}
+
+// Takes back one creation; the last one destroys the cache.
+void drop(kmem_cache *cache, bool by_module)
+{
+	const mutex_guard guard(slab_mutex());
+	cache->module_users -= by_module;
+	if (--cache->users != 0)
+		return;
+	slabinfo info;
+	get_slabinfo(cache, &info);
+	if (info.active_objs != 0)
+		judge_stop("slab", fmt::format("cache {} destroyed with {} object(s) in it",
+					       cache->name, info.active_objs));
+	destroy(cache);
 }
 
 void check_list_held(const char *what)
@@ -139,7 +188,7 @@ kmem_cache *add_cache(std::string_view name, unsigned object_size, unsigned flag
 
 void remove_cache(kmem_cache *cache)
 {
-	kmem_cache_destroy(cache);
+	drop(cache, false);
 }
 
 kmem_cache *find_cache(std::string_view name)
@@ -152,10 +201,11 @@ kmem_cache *find_cache(std::string_view name)
 
 void reset_slab()
 {
+	forget_waiting_objects();
 	{
 		const mutex_guard guard(slab_mutex());
 		for (kmem_cache *cache : caches()) {
-			if (cache->of_module)
+			if (cache->module_users != 0)
 				judge_stop("slab",
 					   fmt::format("cache {} is left at the kernel's reset",
 						       cache->name));
@@ -170,10 +220,9 @@ void reset_slab()
 using namespace hosted;
 
 kmem_cache::kmem_cache(std::string_view cache_name, unsigned object_size, unsigned align,
-		       unsigned cache_flags, bool made_by_module)
-	: name(cache_name), size((object_size + align - 1) / align * align),
-	  order(choose_order(size)), objects_per_slab(slots(order, size)),
-	  of_module(made_by_module),
+		       unsigned cache_flags)
+	: name(cache_name), size(aligned(object_size, align)), order(choose_order(size)),
+	  objects_per_slab(slots(order, size)),
 	  pages_stat(vm_node_stat[cache_flags & SLAB_RECLAIM_ACCOUNT
 					  ? nr_slab_reclaimable_b
 					  : KERNEL_NR_SLAB_UNRECLAIMABLE_B]),
@@ -196,15 +245,8 @@ kmem_cache *helper_kmem_cache_create(const char *name, unsigned int size, unsign
 
 void kmem_cache_destroy(kmem_cache *cache)
 {
-	if (!cache)
-		return;
-	const mutex_guard guard(slab_mutex());
-	slabinfo info;
-	get_slabinfo(cache, &info);
-	if (info.active_objs != 0)
-		judge_stop("slab", fmt::format("cache {} destroyed with {} object(s) in it",
-					       cache->name, info.active_objs));
-	destroy(cache);
+	if (cache)
+		drop(cache, true);
 }
 
 kmem_cache *helper_kmem_cache_of(list_head *entry)

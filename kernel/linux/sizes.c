@@ -39,6 +39,14 @@ static_assert(_SLAB_FLAGS_LAST_BIT < 32, "caches have no unused flag");
 #define SPARE_SLAB_FLAG 1U
 #endif
 
+/* Before 6.5 no flag keeps a cache from being merged and does nothing else. This one also hides its
+ * objects from the leak detector, which the tracker's nodes do not need. */
+#ifdef SLAB_NO_MERGE
+#define NO_MERGE_FLAG SLAB_NO_MERGE
+#else
+#define NO_MERGE_FLAG SLAB_NOLEAKTRACE
+#endif
+
 /* Before 6.8 only the largest order had a name. */
 #ifndef NR_PAGE_ORDERS
 #define NR_PAGE_ORDERS (MAX_ORDER + 1)
@@ -74,6 +82,7 @@ void kernel_sizes(void)
 	DEFINE(KERNEL_GROUP_ATTRIBUTES, KERNEL_GROUP_ATTRIBUTES);
 	DEFINE(KERNEL_SLAB_RECLAIM_ACCOUNT, SLAB_RECLAIM_ACCOUNT);
 	DEFINE(KERNEL_SLAB_SPARE_FLAG, SPARE_SLAB_FLAG);
+	DEFINE(KERNEL_SLAB_NO_MERGE, NO_MERGE_FLAG);
 
 	DEFINE(KERNEL_GFP_NOWAIT, GFP_NOWAIT);
 	DEFINE(KERNEL_GFP_ATOMIC, GFP_ATOMIC);

@@ -57,6 +57,29 @@ TEST_F(slab, objects_are_distinct_and_slabs_go_back)
 	EXPECT_EQ(pages, before);
 }
 
+TEST_F(slab, caches_of_equal_objects_are_one_unless_kept_apart)
+{
+	kmem_cache *first = add_cache("first", 72, 0);
+	kmem_cache *second = helper_kmem_cache_create("second", 70, 0, 0, nullptr);
+	EXPECT_EQ(second, first);
+	EXPECT_STREQ(helper_kmem_cache_name(second), "first");
+	EXPECT_EQ(find_cache("second"), nullptr);
+	for (kmem_cache *own :
+	     {add_cache("own", 72), add_cache("other flags", 72, SLAB_RECLAIM_ACCOUNT),
+	      add_cache("smaller", 64, 0), add_cache("larger", 80, 0)})
+		EXPECT_NE(own, first);
+
+	// It lives as long as one of its users.
+	void *object = allocate(*second, GFP_KERNEL);
+	remove_cache(first);
+	EXPECT_EQ(find_cache("first"), second);
+	EXPECT_DEATH(reset_slab(), "cache first is left");
+	EXPECT_DEATH(kmem_cache_destroy(second), "cache first destroyed with 1 object");
+	release(*second, object);
+	kmem_cache_destroy(second);
+	EXPECT_EQ(find_cache("first"), nullptr);
+}
+
 TEST_F(slab_death, misuse_stops)
 {
 	kmem_cache *cache = add_cache("one", 64);

@@ -21,7 +21,7 @@ namespace
 // Adds a cache and fills it up to a footprint.
 kmem_cache *filled(const std::string &name, unsigned long kib, unsigned flags = 0)
 {
-	kmem_cache *cache = add_cache(name, 1024, flags);
+	kmem_cache *cache = add_cache(name, 1024, flags | SLAB_NO_MERGE);
 	while (footprint(*cache) < kib * 1024)
 		allocate_untraced(*cache, GFP_KERNEL);
 	return cache;
@@ -78,6 +78,26 @@ TEST_F(slub_target, refuses_names_that_are_too_long_and_the_trackers_own)
 	const kmem_cache *fits = add_cache(longest, 64);
 	track(longest);
 	EXPECT_TRUE(marked(fits));
+}
+
+// A kernel has caches of its own with objects as large as the tracker's nodes.
+class slub_merge : public slub_tracking
+{
+protected:
+	kmem_cache *twin = hosted::add_cache("vmap_area", sizeof(slub_caller_node), 0);
+};
+
+TEST_F(slub_merge, the_trackers_nodes_keep_a_cache_of_their_own)
+{
+	ASSERT_EQ(command(off), 0);
+	track("vmap_area");
+	record_alloc(*twin, 50);
+	record_free(*twin, 60);
+	const tarn::readout readout = read_after_off();
+	ASSERT_THAT(readout.alloc, SizeIs(1));
+	EXPECT_EQ(readout.alloc[0].count, 50);
+	ASSERT_THAT(readout.free, SizeIs(1));
+	EXPECT_EQ(readout.free[0].count, 60);
 }
 
 TEST_F(slub_target, commands_during_a_hunt_keep_the_first_target)

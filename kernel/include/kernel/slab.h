@@ -9,8 +9,10 @@ KERNEL_C_BEGIN
 
 struct kmem_cache;
 
-/* Cache flags: one of the kernel's own, and one that the kernel leaves unused. */
+/* Cache flags: two of the kernel's own, and one that the kernel leaves unused. A cache with
+ * SLAB_NO_MERGE keeps its slabs to itself. */
 #define SLAB_RECLAIM_ACCOUNT KERNEL_SLAB_RECLAIM_ACCOUNT
+#define SLAB_NO_MERGE KERNEL_SLAB_NO_MERGE
 #define SLAB_SPARE_FLAG KERNEL_SLAB_SPARE_FLAG
 
 /* The slab allocator's figures for one cache. */

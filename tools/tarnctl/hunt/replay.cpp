@@ -49,8 +49,9 @@ replay::replay(trace::trace_path path, const trace::cache_index &index)
 	  task_(hosted::make_task("", 0))
 {
 	for (const trace::cache &cache : index.caches())
-		caches_.push_back(hosted::add_cache(cache.name, cache.object_size,
-						    cache.reclaimable ? SLAB_RECLAIM_ACCOUNT : 0));
+		caches_.push_back(hosted::add_cache(
+			cache.name, cache.object_size,
+			SLAB_NO_MERGE | (cache.reclaimable ? SLAB_RECLAIM_ACCOUNT : 0)));
 }
 
 void replay::allocate_existing()
