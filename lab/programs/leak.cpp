@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Usage: leak NAME KIND COUNT [close|closed] [PAUSE_EVERY]
 // A task called NAME allocates COUNT kernel objects of KIND (pipe, file, eventfd, socket, vma,
-// index), prints "taken COUNT" and keeps them until it is killed. With "close" it frees them one by
-// one and exits; with "closed" it frees each one before it allocates the next. It pauses after
-// every PAUSE_EVERY objects, so that a tracker can keep up. An index is a node of the page index of
-// /dev/zram1, which goes with the device's last reader.
+// epoll, index), prints "taken COUNT" and keeps them until it is killed. With "close" it frees them
+// one by one and exits; with "closed" it frees each one before it allocates the next. It pauses
+// after every PAUSE_EVERY objects, so that a tracker can keep up. An index is a node of the page
+// index of /dev/zram1, which goes with the device's last reader.
 #include <string_view>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -28,6 +29,7 @@ constexpr std::size_t page = 4096;
 struct object {
 	int fds[2] = {-1, -1};
 	void *area = nullptr;
+	int watched = -1;
 };
 
 // Reads one page per node of the index.
@@ -41,6 +43,14 @@ void read_far_page(int i)
 		posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
 	if (pread(fd, &byte, 1, i * node_size) != 1)
 		lab::fail("/dev/zram1 ends at node %d", i);
+}
+
+// An epoll set watches each file descriptor once.
+int watched_set()
+{
+	static const int set = must(epoll_create1(0), "epoll_create1");
+
+	return set;
 }
 
 object take(std::string_view kind, int i)
@@ -61,6 +71,12 @@ object take(std::string_view kind, int i)
 				  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 		if (taken.area == MAP_FAILED)
 			lab::fail("mmap: %s", std::strerror(errno));
+	} else if (kind == "epoll") {
+		static const int event = must(eventfd(0, 0), "eventfd");
+		epoll_event interest{};
+
+		taken.watched = must(dup(event), "dup");
+		must(epoll_ctl(watched_set(), EPOLL_CTL_ADD, taken.watched, &interest), "add");
 	} else if (kind == "index") {
 		read_far_page(i);
 	} else {
@@ -74,6 +90,10 @@ void give_back(const object &taken)
 	for (const int fd : taken.fds) {
 		if (fd >= 0)
 			close(fd);
+	}
+	if (taken.watched >= 0) {
+		must(epoll_ctl(watched_set(), EPOLL_CTL_DEL, taken.watched, nullptr), "delete");
+		close(taken.watched);
 	}
 	if (taken.area)
 		munmap(taken.area, page);

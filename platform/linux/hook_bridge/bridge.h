@@ -68,9 +68,14 @@ unsigned long symbol_address(const char *name);
 unsigned long symbol_size(unsigned long address);
 
 /*
- * Calls function(NULL, flags, area) so that a stack trace continues in another function's frame:
- * frame is its frame pointer, address the code address in it.
+ * Calls function(NULL, number, pointer) so that a stack trace continues in another function's
+ * frame: frame is its frame pointer, address the code address in it.
  */
-void call_in_frame(int (*function)(void *data, unsigned long flags, struct vm_struct *area),
-		   unsigned long flags, struct vm_struct *area, unsigned long frame,
-		   unsigned long address);
+#define call_in_frame(function, number, pointer, frame, address)                                   \
+	do {                                                                                       \
+		/* The compiler checks the arguments, but makes no call here. */                   \
+		(void)sizeof((function)(NULL, number, pointer));                                   \
+		call_function_in_frame(function, number, pointer, frame, address);                 \
+	} while (0)
+void call_function_in_frame(void *function, unsigned long number, const void *pointer,
+			    unsigned long frame, unsigned long address);

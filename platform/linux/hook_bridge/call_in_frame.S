@@ -5,7 +5,7 @@
  * A stack walker finds in x29 a frame record built from the fourth and fifth arguments. The second
  * and third are already where the called function expects them.
  */
-SYM_FUNC_START(call_in_frame)
+SYM_FUNC_START(call_function_in_frame)
 	stp	x29, x30, [sp, #-32]!
 	stp	x3, x4, [sp, #16]
 	add	x29, sp, #16
@@ -14,4 +14,4 @@ SYM_FUNC_START(call_in_frame)
 	blr	x9
 	ldp	x29, x30, [sp], #32
 	ret
-SYM_FUNC_END(call_in_frame)
+SYM_FUNC_END(call_function_in_frame)
