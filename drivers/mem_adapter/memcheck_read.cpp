@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The readout: renders a tracker's records as text into a user's buffer.
 //
-// Locks: memcheck_lock (memcheck.h) is held while the text is rendered, and released before user
-// memory is touched.
+// Locks: memcheck_lock (memcheck.h) is held while the text is rendered, and released before the
+// records are logged and user memory is touched.
 #include <kernel/err.h>
 #include <kernel/stackdepot.h>
 #include <kernel/string.h>
@@ -40,6 +40,40 @@ struct text_buffer {
 	}
 };
 
+// The records of both kinds.
+class slub_lists
+{
+public:
+	slub_lists() = default;
+	~slub_lists()
+	{
+		for (slub_list &list : lists_)
+			vfree(list.records);
+	}
+	slub_lists(const slub_lists &) = delete;
+	slub_lists &operator=(const slub_lists &) = delete;
+
+	// Returns false without memory.
+	bool allocate()
+	{
+		for (slub_list &list : lists_) {
+			list.records = static_cast<slub_stack_record *>(
+				helper_vzalloc(max_records * sizeof(slub_stack_record)));
+			if (!list.records)
+				return false;
+		}
+		return true;
+	}
+
+	slub_list &operator[](int kind)
+	{
+		return lists_[kind];
+	}
+
+private:
+	slub_list lists_[SLUB_KINDS] = {};
+};
+
 constexpr const char *kind_texts[SLUB_KINDS] = {"SLUB_ALLOC", "SLUB_FREE"};
 
 void append_record(text_buffer &text, const slub_stack_record &record)
@@ -60,14 +94,17 @@ constexpr const char *slub_step = "memcheck_get_slub_stack";
 
 // Takes a kind's records from the tracker. Returns how many of them to render, or a negative error
 // if the tracker refuses.
-long take_records(slub_stack_record *records, int kind) REQUIRES(memcheck_lock)
+long take_records(slub_list &list, int kind) REQUIRES(memcheck_lock)
 {
 	if (page_trace_open(TRACE_TYPE_SLUB, kind)) {
 		MEM_LOG(KERN_ERR, slub_step, "open slub stack failed\n");
 		return -EINVAL;
 	}
-	const long num = page_trace_read(TRACE_TYPE_SLUB, records, max_records, kind);
+	const long num = page_trace_read(TRACE_TYPE_SLUB, list.records, max_records, kind);
 
+	list.num = num;
+	list.taken = max_slub_cache != nullptr;
+	list.target = slub_describe_target();
 	if (num == 0) {
 		MEM_LOG(KERN_INFO, slub_step, "empty %s stack record\n", kind_texts[kind]);
 		page_trace_close(TRACE_TYPE_SLUB);
@@ -97,39 +134,54 @@ void append_records(text_buffer &text, const slub_stack_record *records, long nu
 }
 
 // Whatever ends the rendering early, the text so far is the result.
-int memcheck_get_slub_stack(text_buffer &text) REQUIRES(memcheck_lock)
+void memcheck_get_slub_stack(text_buffer &text, slub_lists &lists) REQUIRES(memcheck_lock)
 {
-	auto *records = static_cast<slub_stack_record *>(
-		helper_vzalloc(max_records * sizeof(slub_stack_record)));
-
-	if (!records)
-		return -ENOMEM;
 	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++) {
-		const long num = take_records(records, kind);
+		const long num = take_records(lists[kind], kind);
 
 		if (num == 0)
 			continue;
 		if (num < 0)
-			break;
-		append_records(text, records, num, kind);
+			return;
+		append_records(text, lists[kind].records, num, kind);
 		if (text.full())
-			break;
+			return;
 	}
-	vfree(records);
+}
+
+// A console may take seconds for thousands of records, and commands wait for memcheck_lock.
+int memcheck_render_slub(text_buffer &text) EXCLUDES(memcheck_lock)
+{
+	slub_lists lists;
+
+	if (!lists.allocate())
+		return -ENOMEM;
+	{
+		const mutex_guard guard(memcheck_lock);
+
+		memcheck_get_slub_stack(text, lists);
+	}
+	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++)
+		slub_log_list(lists[kind], kind);
 	return 0;
+}
+
+void memcheck_read_vmalloc() EXCLUDES(memcheck_lock)
+{
+	const mutex_guard guard(memcheck_lock);
+
+	page_trace_open(TRACE_TYPE_VMALLOC, SLUB_ALLOC);
+	page_trace_read(TRACE_TYPE_VMALLOC, nullptr, max_records, SLUB_ALLOC);
+	page_trace_close(TRACE_TYPE_VMALLOC);
 }
 
 int memcheck_render(u32 type, text_buffer &text) EXCLUDES(memcheck_lock)
 {
-	const mutex_guard guard(memcheck_lock);
-
 	switch (type) {
 	case MEMTYPE_SLUB:
-		return memcheck_get_slub_stack(text);
+		return memcheck_render_slub(text);
 	case MEMTYPE_VMALLOC:
-		page_trace_open(TRACE_TYPE_VMALLOC, SLUB_ALLOC);
-		page_trace_read(TRACE_TYPE_VMALLOC, nullptr, max_records, SLUB_ALLOC);
-		page_trace_close(TRACE_TYPE_VMALLOC);
+		memcheck_read_vmalloc();
 		return 0;
 	default:
 		return 0;

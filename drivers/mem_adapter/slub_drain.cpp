@@ -13,9 +13,13 @@ KERNEL_C_END
 
 constinit slub_track_state slub_track[SLUB_KINDS] = {};
 constinit struct kmem_cache *slub_track_cache = nullptr;
+constinit const struct task_struct *slub_tree_emptier = nullptr;
 
 namespace
 {
+
+// Entries that one hold of a ring's lock folds into the tree: interrupts are off meanwhile.
+constexpr u64 drain_batch = 128;
 
 constinit struct lock_class_key slub_wait_key = {};
 constinit struct lock_class_key slub_mutex_key = {};
@@ -106,29 +110,43 @@ bool count_entry(const slub_track_entry &entry, struct rb_root &root)
 static_assert(offsetof(slub_caller_node, node) == 0);
 
 // tree_use keeps events of the allocations below from coming back for this lock.
-void slub_drain_ring(slub_ringbuf &ring, struct rb_root &root)
+bool slub_drain_some(slub_ringbuf &ring, const slub_track_entry *buf, struct rb_root &root)
 {
-	const tree_use use(ring);
+	const tree_use use(ring.tree_user);
 
-	for (; ring.in != ring.out; ring.out++) {
-		if (!count_entry(ring.buf[ring.out & (ring.size - 1)], root))
+	for (u64 i = 0; i < drain_batch && ring.in != ring.out; i++, ring.out++) {
+		if (!count_entry(buf[ring.out & (ring.size - 1)], root))
 			WRITE_ONCE(ring.lost, ring.lost + 1);
 	}
+	return ring.in != ring.out;
 }
 
+// No more than a ring holds: what comes meanwhile wakes the thread again.
 void slub_fetch_node(u32 kind)
 {
 	slub_ringbuf &ring = srb_array[kind];
-	const irqsave_guard guard(ring.lock);
 
-	slub_drain_ring(ring, slub_track[kind].root);
+	for (u64 entries = 0; entries < slub_ring_entries; entries += drain_batch) {
+		const irqsave_guard guard(ring.lock);
+
+		// Tracking may have been switched off since the last time.
+		if (!ring.buf || !slub_drain_some(ring, ring.buf, slub_track[kind].root))
+			return;
+	}
+}
+
+struct rb_root slub_take_tree(u32 kind)
+{
+	const irqsave_guard guard(srb_array[kind].lock);
+	const struct rb_root tree = slub_track[kind].root;
+
+	slub_track[kind].root = {};
+	return tree;
 }
 
 void slub_drop_tree(u32 kind)
 {
-	struct rb_root &root = slub_track[kind].root;
-	const irqsave_guard guard(srb_array[kind].lock);
-	const tree_use use(srb_array[kind]);
+	struct rb_root root = slub_take_tree(kind);
 
 	while (struct rb_node *node = rb_first(&root)) {
 		rb_erase(node, &root);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The readout of a kind's tree: the pairs seen often, grouped by call stack, heaviest first.
-// Locks: see slub_track.h. The tree is emptied under its ring's lock; sorting and logging follow
-// with only memcheck_lock held.
+// Locks: see slub_track.h. The tree is taken under its ring's lock, emptied and sorted with only
+// memcheck_lock held, and logged without a lock.
 #include <kernel/sort.h>
 #include <kernel/stackdepot.h>
 #include <kernel/string.h>
@@ -32,13 +32,12 @@ void fill_record(slub_stack_record &record, const slub_caller_node &node)
 	record.pid_max = node.pid_max;
 }
 
-// Empties the tree in key order. Returns the number of records written.
+// Takes the tree and empties it in key order. Returns the number of records written.
 long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 {
-	struct rb_root &root = slub_track[kind].root;
+	struct rb_root root = slub_take_tree(kind);
 	unsigned long written = 0;
-	const irqsave_guard guard(srb_array[kind].lock);
-	const tree_use use(srb_array[kind]);
+	const tree_use use(slub_tree_emptier);
 	struct rb_node *at = rb_first(&root);
 
 	while (at) {
@@ -137,12 +136,17 @@ long tarn_slub_stack_read(void *buffer, unsigned long max_records, int kind)
 		num = keep_heaviest_of_stack(records, num);
 		sort(records, static_cast<size_t>(num), sizeof(*records), compare_count, nullptr);
 	}
-
-	const char *kind_text = kind == SLUB_ALLOC ? "Alloc" : "Free";
-	const slub_target target = slub_describe_target();
-
-	for (long i = 0; i < num; i++)
-		log_record(i, kind_text, records[i], target.size);
-	MEM_ERR("%s %s %ld items\n", target.name, kind_text, num);
 	return num;
+}
+
+void slub_log_list(const slub_list &list, int kind)
+{
+	const char *kind_text = kind == SLUB_ALLOC ? "Alloc" : "Free";
+
+	if (!list.taken)
+		return;
+	for (long i = 0; i < list.num; i++)
+		log_record(i, kind_text, list.records[i], list.target.size);
+	MEM_LOG(KERN_ERR, "tarn_slub_stack_read", "%s %s %ld items\n", list.target.name, kind_text,
+		list.num);
 }

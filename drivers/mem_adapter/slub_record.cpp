@@ -57,14 +57,16 @@ void maybe_need_notify()
 	return entry;
 }
 
-// Whether the allocator works for the tracker itself here, under a ring's lock. Then neither ring
-// may be used: two tasks holding one lock each would wait for each other.
+// Whether the allocator works for the tracker itself here. Under a ring's lock neither ring may be
+// used then: two tasks holding one lock each would wait for each other. A tree is emptied without a
+// lock, so there interrupts come in between, which do not work for the tracker.
 bool serves_tracker()
 {
 	const struct task_struct *task = helper_current();
 
 	return READ_ONCE(srb_array[SLUB_ALLOC].tree_user) == task ||
-	       READ_ONCE(srb_array[SLUB_FREE].tree_user) == task;
+	       READ_ONCE(srb_array[SLUB_FREE].tree_user) == task ||
+	       (READ_ONCE(slub_tree_emptier) == task && !in_interrupt_context());
 }
 
 [[gnu::always_inline]] inline void record_event(int kind, unsigned long addr)

@@ -65,14 +65,20 @@ void slub_free_ring(u32 kind)
 {
 	slub_ringbuf &ring = srb_array[kind];
 	slub_track_entry *buf = nullptr;
+	bool more = false;
 	{
 		const irqsave_guard guard(ring.lock);
 
-		slub_drain_ring(ring, slub_track[kind].root);
 		buf = ring.buf;
 		ring.buf = nullptr;
+		more = buf != nullptr;
 	}
-	// vfree() may sleep.
+	// Nothing is added from here on, and the thread leaves the rest alone.
+	while (more) {
+		const irqsave_guard guard(ring.lock);
+
+		more = slub_drain_some(ring, buf, slub_track[kind].root);
+	}
 	vfree(buf);
 }
 

@@ -3,9 +3,9 @@
 //
 // Probes in the slab allocator record (call stack, task) events of the target in a ring per kind; a
 // thread per kind folds its ring into a tree of per-caller counters when the ring is half full; a
-// readout empties the tree. Files: slub_record.cpp the probes, slub_ring.cpp the rings,
-// slub_drain.cpp the threads and trees, slub_target.cpp the target and the switch, slub_read.cpp
-// the readout, slub_track.cpp start and stop.
+// readout takes the tree and empties it. Files: slub_record.cpp the probes, slub_ring.cpp the
+// rings, slub_drain.cpp the threads and trees, slub_target.cpp the target and the switch,
+// slub_read.cpp the readout, slub_track.cpp start and stop.
 //
 // Locks, outermost first:
 // - memcheck_lock (memcheck.h), a mutex: serialises switching, readout, start and stop.
@@ -13,8 +13,10 @@
 // - the kernel's slab mutex: protects the list of caches and each cache's mark.
 // - slub_mutex, a mutex per kind: held by the kind's thread while it drains.
 // - srb_array[kind].lock, a raw spinlock per kind: protects the ring and the tree of that kind.
-//   Taken with interrupts off, since probes run in interrupts. The locks of the two kinds are never
-//   held together. A recorder takes the kernel's wait-queue lock inside it to wake the thread.
+//   Taken with interrupts off, since probes run in interrupts, and therefore for a bounded time: a
+//   drain lets go of it after every few entries, and a tree is emptied outside. The locks of the
+//   two kinds are never held together. A recorder takes the kernel's wait-queue lock inside it to
+//   wake the thread.
 #pragma once
 
 #include <kernel/atomic.h>
@@ -66,24 +68,23 @@ struct slub_ringbuf {
 	const struct task_struct *tree_user;
 };
 
-// Marks a ring's tree as in use by the current task. Held under the ring's lock.
+// Names the current task as the user of a tree.
 class [[nodiscard]] tree_use
 {
 public:
-	explicit tree_use(slub_ringbuf &ring) : ring_(ring)
+	explicit tree_use(const struct task_struct *&user) : user_(user)
 	{
-		WRITE_ONCE(ring_.tree_user,
-			   static_cast<const struct task_struct *>(helper_current()));
+		WRITE_ONCE(user_, static_cast<const struct task_struct *>(helper_current()));
 	}
 	~tree_use()
 	{
-		WRITE_ONCE(ring_.tree_user, static_cast<const struct task_struct *>(nullptr));
+		WRITE_ONCE(user_, static_cast<const struct task_struct *>(nullptr));
 	}
 	tree_use(const tree_use &) = delete;
 	tree_use &operator=(const tree_use &) = delete;
 
 private:
-	slub_ringbuf &ring_;
+	const struct task_struct *&user_;
 };
 
 struct slub_track_state {
@@ -120,12 +121,23 @@ struct slub_target {
 	char name[slub_name_size];
 };
 
+// A kind's records, kept for the log.
+struct slub_list {
+	slub_stack_record *records;
+	long num;
+	bool taken; // from the tracker: otherwise there is nothing to log
+	slub_target target;
+};
+
 struct irq_work;
 
 KERNEL_C_BEGIN
 
 extern slub_ringbuf srb_array[SLUB_KINDS];
 extern slub_track_state slub_track[SLUB_KINDS];
+// The task that empties a tree it has taken. Its frees are the tracker's own. Set under
+// memcheck_lock, read without, as tree_user is.
+extern const struct task_struct *slub_tree_emptier;
 extern int slub_track_flag;
 extern struct kmem_cache *slub_track_cache;
 extern struct list_head *tarn_slab_caches;
@@ -167,9 +179,14 @@ void slub_cancel_notify(void);
 void slub_free_ring(u32 kind);
 
 // Folds a kind's ring into its tree. An event without memory for its node is lost. Context: any;
-// never sleep.
+// never sleeps.
 void slub_fetch_node(u32 kind);
-void slub_drain_ring(slub_ringbuf &ring, struct rb_root &root) REQUIRES(ring.lock);
+// Folds a few entries of buf, which is or was the ring's, into the tree. Returns whether there may
+// be more. Context: any; never sleeps.
+bool slub_drain_some(slub_ringbuf &ring, const slub_track_entry *buf, struct rb_root &root)
+	REQUIRES(ring.lock);
+// Takes a kind's tree from the tracker. Context: any; never sleeps.
+struct rb_root slub_take_tree(u32 kind);
 // Frees a kind's tree. Context: any; never sleeps.
 void slub_drop_tree(u32 kind);
 // Creates and starts a kind's drain thread. Returns 0, or -EINVAL if the kernel refuses one.
@@ -187,6 +204,8 @@ int tarn_slub_stack_close(void);
 // Empties a kind's tree and writes at most max_records records: the pairs seen often, grouped by
 // stack, heaviest first. Returns how many it wrote.
 long tarn_slub_stack_read(void *records, unsigned long max_records, int kind);
+// Logs what a readout took. Printing may be slow: call it without memcheck_lock. Context: process.
+void slub_log_list(const slub_list &list, int kind);
 int compare_same_caller(const void *a, const void *b);
 int compare_count(const void *a, const void *b);
 

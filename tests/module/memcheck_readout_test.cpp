@@ -143,7 +143,7 @@ TEST_F(readout, user_memory_that_faults_is_an_error)
 TEST_F(readout, out_of_memory_loses_nothing)
 {
 	hunt();
-	for (const unsigned n : {1, 2}) { // the text, the records
+	for (const unsigned n : {1, 2, 3}) { // the text, the records of each kind
 		const hosted::fault_scope fail("vzalloc", n);
 		EXPECT_EQ(client.read_stacks(MEMTYPE_SLUB, 1024).status, -ENOMEM);
 	}
