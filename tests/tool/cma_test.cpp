@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -24,6 +25,7 @@ namespace
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 std::string brief(const char *text)
 {
@@ -42,10 +44,12 @@ const std::string second = info("cma a [5000-5019] count:20");
 const std::string frame = info("        f+0x1/0x2");
 const std::string other_frame = info("        g+0x1/0x2 [m]");
 
+constexpr pid_t our_task = 1;
+
 // A line that is empty stands for lost ones.
 cma_report_reader read_lines(const std::vector<std::string> &lines, const std::string &caller = "")
 {
-	cma_report_reader reader("cma a");
+	cma_report_reader reader("cma a", our_task);
 
 	for (const std::string &line : lines) {
 		if (line.empty())
@@ -189,6 +193,35 @@ TEST(cma_report, of_one_task_is_told_from_those_of_others)
 	EXPECT_FALSE(reader.result()->mixed);
 }
 
+TEST(cma_report, is_our_own_tasks_also_when_others_summaries_come_first)
+{
+	cma_report_reader reader = read_lines({summary, second, frame}, "T2");
+
+	EXPECT_FALSE(reader.result());
+	for (const std::string &line : {summary, first, frame})
+		reader.add({true, {}, "T1", line});
+	reader.add({true, {}, "C0", summary});
+	ASSERT_EQ(reader.result()->records.size(), 1U);
+	EXPECT_EQ(reader.result()->records[0].first_pfn, 4096U);
+	EXPECT_FALSE(reader.result()->mixed);
+}
+
+TEST(cma_report, of_an_area_without_pages)
+{
+	const auto report = read_lines({brief("cma a valid_pfn=[4096-4095] count:0 used:0 req:0 "
+					      "lasttry-pfn:0x0")})
+				    .result();
+
+	ASSERT_TRUE(report);
+	EXPECT_EQ(report->pages, 0U);
+	EXPECT_TRUE(read_lines({brief("cma a valid_pfn=[0-18446744073709551615] count:0 used:0 "
+				      "req:0 lasttry-pfn:0x0")})
+			    .result());
+	EXPECT_FALSE(read_lines({brief("cma a valid_pfn=[4096-8191] count:0 used:0 req:0 "
+				       "lasttry-pfn:0x0")})
+			     .result());
+}
+
 TEST(cma_report, gives_frames_behind_a_loss_to_no_one)
 {
 	const auto report =
@@ -325,7 +358,49 @@ TEST(cma_text, has_usage_limit_map_and_owners)
 	area.report.lost = true;
 	EXPECT_THAT(cma_text(area, 4096),
 		    HasSubstr("851 bits of the allocation bitmap; pages per bit unknown"));
-	EXPECT_THAT(cma_text(area, 4096), HasSubstr("The kernel log overran"));
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("outgrew the kernel log"));
+}
+
+TEST(cma_text, claims_nothing_about_lost_records)
+{
+	cma_area area = area_of(4096, 0, 20, {{0, 4}});
+
+	area.report.lost = true;
+	EXPECT_THAT(cma_text(area, 4096), HasSubstr("  tracked  at least 4 pages in 1 range\n"));
+	area.report.records.clear();
+	const std::string text = cma_text(area, 4096);
+
+	EXPECT_THAT(text, HasSubstr("  tracked  unknown\n"));
+	EXPECT_THAT(text, HasSubstr("outgrew the kernel log"));
+	EXPECT_THAT(text, Not(HasSubstr("No range is tracked")));
+}
+
+TEST(cma_text, says_why_memory_may_be_untracked)
+{
+	cma_area area = area_of(4096, 0, 20, {{0, 4}});
+	const auto tracked = [&area](std::optional<std::uint64_t> unrecorded) {
+		area.unrecorded = unrecorded;
+		return cma_text(area, 4096);
+	};
+
+	EXPECT_THAT(tracked(std::nullopt), HasSubstr("; 16 pages used but not tracked\n"));
+	EXPECT_THAT(tracked(0), HasSubstr("; 16 pages used but not tracked: allocated before the "
+					  "module was loaded\n"));
+	EXPECT_THAT(tracked(7), HasSubstr("; 16 pages used but not tracked: allocated before the "
+					  "module was loaded,\n           or among the 7 ranges "
+					  "in all areas that it had no memory to record\n"));
+	area.report.used_bits = 4;
+	EXPECT_THAT(tracked(7), HasSubstr("  tracked  4 pages in 1 range\n"));
+}
+
+TEST(cma_text, of_an_area_that_the_kernel_could_not_activate)
+{
+	cma_area area = area_of(0, 0, 0);
+
+	area.limit_permillage = 850;
+	EXPECT_EQ(cma_text(area, 4096),
+		  "CMA area a\n  not available: the kernel could not activate it\n");
+	EXPECT_EQ(nlohmann::json::parse(cma_json({{area}, {}}))["areas"][0]["pages"], 0);
 }
 
 TEST(cma_json, has_areas_records_and_frames)
@@ -334,7 +409,8 @@ TEST(cma_json, has_areas_records_and_frames)
 
 	area.report.records[0].frames = {"f", "g"};
 	area.limit_permillage = 850;
-	const auto object = nlohmann::json::parse(cma_json({area, area_of(4, std::nullopt, 2)}));
+	const auto object =
+		nlohmann::json::parse(cma_json({{area, area_of(4, std::nullopt, 2)}, {}}));
 	const auto &full = object["areas"][0];
 
 	EXPECT_EQ(full["used_pages"], 80);
@@ -345,7 +421,15 @@ TEST(cma_json, has_areas_records_and_frames)
 	EXPECT_EQ(full["records"][0]["frames"][1], "g");
 	for (const char *unknown : {"order_per_bit", "used_pages", "untracked_pages", "limit"})
 		EXPECT_FALSE(object["areas"][1].contains(unknown)) << unknown;
-	EXPECT_EQ(cma_json({}), "{\n  \"areas\": []\n}\n");
+	EXPECT_EQ(cma_json({}), "{\n  \"areas\": [],\n  \"unreadable\": []\n}\n");
+	EXPECT_FALSE(full.contains("unrecorded_ranges"));
+	area.unrecorded = 3;
+	EXPECT_EQ(nlohmann::json::parse(cma_json({{area}, {}}))["areas"][0]["unrecorded_ranges"],
+		  3);
+	const auto failed = nlohmann::json::parse(cma_json({{}, {{"b", "cannot be read"}}}));
+
+	EXPECT_EQ(failed["unreadable"][0]["name"], "b");
+	EXPECT_EQ(failed["unreadable"][0]["reason"], "cannot be read");
 }
 
 TEST(cma_reader, are_read_again_until_the_report_stands_alone)
@@ -360,6 +444,50 @@ TEST(cma_reader, are_read_again_until_the_report_stands_alone)
 	EXPECT_EQ(area.limit_permillage, -3);
 }
 
+TEST(cma_report, that_outgrew_the_log_is_not_asked_for_again)
+{
+	const auto none = read_lines({}).result();
+	const auto whole = read_lines({summary, first, frame}).result();
+	const auto mixed = read_lines({summary, frame, first}).result();
+	const auto lost = read_lines({summary, first, ""}).result();
+	const auto lost_more = read_lines({summary, ""}).result();
+
+	EXPECT_TRUE(wants_another_attempt(none));
+	EXPECT_TRUE(wants_another_attempt(mixed));
+	EXPECT_FALSE(wants_another_attempt(whole));
+	EXPECT_FALSE(wants_another_attempt(lost));
+	for (const auto &[worse, better] :
+	     {std::pair{none, lost_more}, {lost_more, lost}, {lost, mixed}, {mixed, whole}}) {
+		EXPECT_TRUE(is_better(better, worse));
+		EXPECT_FALSE(is_better(worse, better));
+	}
+}
+
+TEST(cma_reader, tells_its_own_report_by_its_task)
+{
+	fake_files files;
+	played_log log;
+
+	for (const std::string &line : {summary, second, frame})
+		log.record("6,1,1,-,caller=T1;" + line);
+	for (const std::string &line : {summary, first, frame})
+		log.record(fmt::format("6,1,1,-,caller=T{};{}", gettid(), line));
+	const cma_area area =
+		cma_reader(files.root).read("cma a", [&log] { return std::move(log.log); });
+
+	ASSERT_EQ(area.report.records.size(), 1U);
+	EXPECT_EQ(area.report.records[0].first_pfn, 4096U);
+}
+
+TEST(cma_reader, reads_how_much_the_module_could_not_record)
+{
+	fake_files files;
+
+	EXPECT_EQ(files.read({{summary}}).unrecorded, std::nullopt) << "an older module";
+	files.put("sys/module/tarn_mem_adapter/parameters/cma_unrecorded", "3\n");
+	EXPECT_EQ(files.read({{summary}}).unrecorded, 3U);
+}
+
 TEST(cma_reader, that_do_not_tell_all_leave_it_open)
 {
 	fake_files files;
@@ -372,6 +500,26 @@ TEST(cma_reader, that_do_not_tell_all_leave_it_open)
 	EXPECT_EQ(area.order, std::nullopt);
 	EXPECT_EQ(area.limit_permillage, std::nullopt);
 	EXPECT_THROW(files.read({{}}), device_error);
+}
+
+TEST(cma_reader, reads_the_other_areas_if_one_cannot_be_read)
+{
+	fake_files files;
+	std::filesystem::remove(files.root + "/sys/kernel/debug/tarn_cma/b/show");
+	const cma_areas all = cma_reader(files.root).read_all({"b", "cma a"}, [&files] {
+		files.logs.emplace_back().say(summary);
+		return std::move(files.logs.back().log);
+	});
+
+	ASSERT_EQ(all.areas.size(), 1U);
+	EXPECT_EQ(all.areas[0].report.name, "cma a");
+	ASSERT_EQ(all.unreadable.size(), 1U);
+	EXPECT_EQ(all.unreadable[0].name, "b");
+	EXPECT_THAT(all.unreadable[0].reason, HasSubstr("tarn_cma/b/show: No such file"));
+	EXPECT_THROW((void)cma_reader(files.root)
+			     .read_all({"b", "cma a"},
+				       []() -> kernel_log { throw no_kernel_log("closed"); }),
+		     no_kernel_log);
 }
 
 TEST(cma_reader, name_the_areas_that_there_are)

@@ -145,7 +145,9 @@ TEST(json_schema, is_kept_by_areas_known_in_full_or_in_part)
 
 	unmeasured.limit_permillage = -3;
 	unmeasured.report.lost = true;
-	EXPECT_TRUE(fits("cma", {cma_json({}), cma_json({watched, area(), unmeasured})}));
+	unmeasured.unrecorded = 0;
+	EXPECT_TRUE(fits("cma",
+			 {cma_json({}), cma_json({{watched, area(), unmeasured}, {{"b", "no"}}})}));
 }
 
 TEST(json_schema, is_kept_by_a_hunt_on_a_device)

@@ -53,6 +53,21 @@ constexpr std::chrono::seconds no_time(0);
 
 } // namespace
 
+TEST(kernel_log, says_when_the_kernel_keeps_it_from_programs)
+{
+	const std::string root = testing::TempDir() + "devkmsg_" + std::to_string(getpid());
+	const std::string directory = root + "/proc/sys/kernel";
+
+	std::filesystem::create_directories(directory);
+	std::ofstream(directory + "/printk_devkmsg") << "off\n";
+	EXPECT_THAT(no_kernel_log_reason(EPERM, root), testing::HasSubstr("printk.devkmsg=off"));
+	EXPECT_EQ(no_kernel_log_reason(EACCES, root), "cannot open /dev/kmsg: Permission denied");
+	std::ofstream(directory + "/printk_devkmsg") << "ratelimit\n";
+	EXPECT_EQ(no_kernel_log_reason(EPERM, root),
+		  "cannot open /dev/kmsg: Operation not permitted");
+	std::filesystem::remove_all(root);
+}
+
 TEST(kernel_log, takes_records_apart)
 {
 	const log_record record =

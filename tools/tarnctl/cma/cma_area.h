@@ -19,6 +19,20 @@ struct cma_area {
 	std::optional<unsigned int> order;
 	// The warning limit in 1/1024, if this is the area that the module watches.
 	std::optional<std::int64_t> limit_permillage;
+	// Ranges of all areas that the module had no memory to record, since it was loaded. Not
+	// every module counts them.
+	std::optional<std::uint64_t> unrecorded;
+};
+
+// An area whose report could not be had.
+struct unreadable_cma_area {
+	std::string name;
+	std::string reason; // a sentence for the user
+};
+
+struct cma_areas {
+	std::vector<cma_area> areas;
+	std::vector<unreadable_cma_area> unreadable;
 };
 
 // The area's size in chunks, or in pages if the order is unknown.

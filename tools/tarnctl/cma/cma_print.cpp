@@ -50,12 +50,35 @@ void print_usage(fmt::memory_buffer &out, const cma_area &area)
 				       1U << *area.order);
 		fmt::format_to(to, "\n");
 	}
+}
+
+// Why used memory may have no record.
+std::string untracked_reason(const cma_area &area)
+{
+	if (!area.unrecorded)
+		return "";
+	if (*area.unrecorded == 0)
+		return ": allocated before the module was loaded";
+	return fmt::format(": allocated before the module was loaded,\n           or among the {} "
+			   "in all areas that it had no memory to record",
+			   plural(*area.unrecorded, "range"));
+}
+
+void print_tracked(fmt::memory_buffer &out, const cma_area &area)
+{
+	auto to = std::back_inserter(out);
+	const cma_report &report = area.report;
 	const std::uint64_t covered = cma_coverage(area).total() << area.order.value_or(0);
 
-	fmt::format_to(to, "  tracked  {} in {}", plural(covered, "page"),
-		       plural(report.records.size(), "range"));
+	if (report.lost && report.records.empty()) {
+		fmt::format_to(to, "  tracked  unknown\n");
+		return;
+	}
+	fmt::format_to(to, "  tracked  {}{} in {}", report.lost ? "at least " : "",
+		       plural(covered, "page"), plural(report.records.size(), "range"));
 	if (const std::uint64_t untracked = untracked_pages(area))
-		fmt::format_to(to, "; {} used but not tracked", plural(untracked, "page"));
+		fmt::format_to(to, "; {} used but not tracked{}", plural(untracked, "page"),
+			       untracked_reason(area));
 	else if (area.order && !report.lost && covered > report.used_bits << *area.order)
 		fmt::format_to(to, "; more than used: some were released meanwhile, or in part");
 	fmt::format_to(to, "\n");
@@ -121,9 +144,12 @@ void print_owners(fmt::memory_buffer &out, const cma_report &report)
 {
 	auto to = std::back_inserter(out);
 
-	fmt::format_to(to, "\n  {}\n",
-		       report.records.empty() ? "No range is tracked."
-					      : "Who allocated, most pages first:");
+	if (report.records.empty()) {
+		if (!report.lost)
+			fmt::format_to(to, "\n  No range is tracked.\n");
+		return;
+	}
+	fmt::format_to(to, "\n  Who allocated, most pages first:\n");
 	for (const cma_owner &owner : cma_owners(report)) {
 		fmt::format_to(to, "\n{:>12} in {}\n", plural(owner.pages, "page"),
 			       plural(owner.ranges, "range"));
@@ -149,6 +175,8 @@ nlohmann::ordered_json to_json(const cma_area &area)
 	}
 	if (const auto untracked = cma_untracked_chunks(area))
 		object["untracked_pages"] = *untracked << area.order.value_or(0);
+	if (area.unrecorded)
+		object["unrecorded_ranges"] = *area.unrecorded;
 	if (area.limit_permillage)
 		object["limit"] = {{"permillage", *area.limit_permillage}};
 	if (const auto limit = cma_limit_chunks(area))
@@ -174,12 +202,19 @@ std::string cma_text(const cma_area &area, std::uint64_t page_size)
 	auto to = std::back_inserter(out);
 
 	fmt::format_to(to, "CMA area {}\n", printable(report.name));
+	if (report.pages == 0) {
+		fmt::format_to(to, "  not available: the kernel could not activate it\n");
+		return fmt::to_string(out);
+	}
 	fmt::format_to(to, "  range    pfn {} to {}: {}, {}\n", report.first_pfn, report.last_pfn,
 		       plural(report.pages, "page"), kib(report.pages, page_size));
 	print_usage(out, area);
+	print_tracked(out, area);
 	print_limit(out, area);
 	if (report.lost)
-		fmt::format_to(to, "  The kernel log overran: ranges and frames are missing.\n");
+		fmt::format_to(to, "  The listing outgrew the kernel log: ranges and frames are "
+				   "missing. A larger log\n  holds more (log_buf_len=8M on the "
+				   "kernel's command line).\n");
 	if (report.mixed)
 		fmt::format_to(to,
 			       "  Other reports were logged at the same time: frames may be listed "
@@ -189,13 +224,17 @@ std::string cma_text(const cma_area &area, std::uint64_t page_size)
 	return fmt::to_string(out);
 }
 
-std::string cma_json(const std::vector<cma_area> &areas)
+std::string cma_json(const cma_areas &all)
 {
 	nlohmann::ordered_json object;
-	auto &list = object["areas"] = nlohmann::ordered_json::array();
+	auto &areas = object["areas"] = nlohmann::ordered_json::array();
 
-	for (const cma_area &area : areas)
-		list.push_back(to_json(area));
+	for (const cma_area &area : all.areas)
+		areas.push_back(to_json(area));
+	auto &unreadable = object["unreadable"] = nlohmann::ordered_json::array();
+
+	for (const unreadable_cma_area &area : all.unreadable)
+		unreadable.push_back({{"name", area.name}, {"reason", area.reason}});
 	return object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 

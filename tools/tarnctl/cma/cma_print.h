@@ -14,6 +14,6 @@ namespace tarn
 // Numbers, a map and the owners, for a terminal. The page size is in bytes.
 std::string cma_text(const cma_area &area, std::uint64_t page_size);
 // A JSON object and a line end.
-std::string cma_json(const std::vector<cma_area> &areas);
+std::string cma_json(const cma_areas &all);
 
 } // namespace tarn

@@ -6,7 +6,11 @@
 #include <filesystem>
 #include <future>
 #include <optional>
+#include <stop_token>
 #include <system_error>
+#include <thread>
+
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -20,8 +24,6 @@ namespace tarn
 
 namespace
 {
-
-using std::chrono::milliseconds;
 
 constexpr int most_attempts = 5;
 
@@ -45,10 +47,11 @@ bool is_watched(const std::string &parameters, const std::string &name)
 	}
 }
 
+// Reads the file, which makes the module log the report on behalf of the calling thread.
 std::optional<cma_report> request_report(const std::string &name, const std::string &show,
 					 kernel_log log)
 {
-	cma_report_reader reader(name);
+	cma_report_reader reader(name, gettid());
 	const auto take_loss = [&log, &reader] {
 		if (log.take_loss())
 			reader.add_loss();
@@ -58,17 +61,20 @@ std::optional<cma_report> request_report(const std::string &name, const std::str
 		reader.add(record);
 	};
 	// The report may be larger than the log, so it is read while it is written.
-	std::future<void> shown =
-		std::async(std::launch::async, [&show] { read_kernel_file(show); });
+	std::packaged_task<void(std::stop_token)> follow([&log, &take](std::stop_token stop) {
+		while (!stop.stop_requested()) {
+			if (const auto record = log.next())
+				take(*record);
+			else
+				std::this_thread::sleep_for(std::chrono::milliseconds(1));
+		}
+	});
+	std::future<void> followed = follow.get_future();
+	std::jthread follower(std::move(follow));
 
-	for (milliseconds pause{0}; shown.wait_for(pause) != std::future_status::ready;) {
-		const auto record = log.next();
-
-		if (record)
-			take(*record);
-		pause = milliseconds(record ? 0 : 1);
-	}
-	shown.get();
+	read_kernel_file(show);
+	follower.request_stop();
+	followed.get();
 	log.drain(take);
 	take_loss();
 	return reader.result();
@@ -106,8 +112,10 @@ cma_area cma_reader::read(const std::string &name,
 			fmt::format("the kernel has no CMA area named {}", printable(name)));
 	std::optional<cma_report> report;
 
-	for (int i = 0; i < most_attempts && (!report || report->lost || report->mixed); i++) {
-		if (auto next = request_report(name, areas_ + "/" + name + "/show", open_log()))
+	for (int i = 0; i < most_attempts && wants_another_attempt(report); i++) {
+		auto next = request_report(name, areas_ + "/" + name + "/show", open_log());
+
+		if (is_better(next, report))
 			report = std::move(next);
 	}
 	if (!report)
@@ -121,10 +129,28 @@ cma_area cma_reader::read(const std::string &name,
 	// An order that leaves no whole chunk cannot be right.
 	if (area.order && (*area.order >= 32 || cma_units(area) == 0))
 		area.order.reset();
+	area.unrecorded = read_number<std::uint64_t>(parameters_ + "/cma_unrecorded");
 	if (is_watched(parameters_, name))
 		area.limit_permillage =
 			read_number<std::int64_t>(parameters_ + "/cma_warn_limit_permillage");
 	return area;
+}
+
+cma_areas cma_reader::read_all(const std::vector<std::string> &names,
+			       const std::function<kernel_log()> &open_log) const
+{
+	cma_areas all;
+
+	for (const std::string &name : names) {
+		try {
+			all.areas.push_back(read(name, open_log));
+		} catch (const no_kernel_log &) {
+			throw; // the next area would fare no better
+		} catch (const device_error &error) {
+			all.unreadable.push_back({name, error.what()});
+		}
+	}
+	return all;
 }
 
 } // namespace tarn

@@ -27,10 +27,15 @@ public:
 	// Sorted. Throws device_error if the module is not loaded or its files cannot be read.
 	[[nodiscard]] std::vector<std::string> names() const;
 
-	// Makes the module log its report and reads it; tries again if others logged reports at the
-	// same time. The log is opened before each attempt. Throws unknown_area or device_error.
+	// Makes the module log its report on behalf of the calling thread and reads it; tries again
+	// if others logged reports at the same time. The log is opened before each attempt. Throws
+	// unknown_area or device_error.
 	[[nodiscard]] cma_area read(const std::string &name,
 				    const std::function<kernel_log()> &open_log) const;
+
+	// Reads areas one after the other. Throws unknown_area, or no_kernel_log.
+	[[nodiscard]] cma_areas read_all(const std::vector<std::string> &names,
+					 const std::function<kernel_log()> &open_log) const;
 
 private:
 	std::string root_;

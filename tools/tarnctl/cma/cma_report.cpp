@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <tarnctl/cma/cma_report.h>
 
+#include <tuple>
+
+#include <fmt/format.h>
+
 #include <tarnctl/device/module_line.h>
 #include <tarnctl/text/scan.h>
 
@@ -15,7 +19,7 @@ constexpr std::string_view frame_indent = "        ";
 bool take_range(std::string_view &text, std::uint64_t &first, std::uint64_t &last)
 {
 	return take_literal(text, "[") && take_number(text, first) && take_literal(text, "-") &&
-	       take_number(text, last) && take_literal(text, "]") && first <= last;
+	       take_number(text, last) && take_literal(text, "]");
 }
 
 // "area [first-last] count:pages"
@@ -26,25 +30,44 @@ std::optional<cma_record> parse_record(std::string_view text, std::string_view a
 
 	if (!take_literal(text, area) || !take_literal(text, " ") ||
 	    !take_range(text, found.first_pfn, found.last_pfn) || !take_literal(text, " count:") ||
-	    !take_number(text, count) || !text.empty() || count != found.pages())
+	    !take_number(text, count) || !text.empty() || found.first_pfn > found.last_pfn ||
+	    count != found.pages())
 		return std::nullopt;
 	return found;
 }
 
 } // namespace
 
+bool wants_another_attempt(const std::optional<cma_report> &report)
+{
+	return !report || (report->mixed && !report->lost);
+}
+
+bool is_better(const std::optional<cma_report> &report, const std::optional<cma_report> &than)
+{
+	const auto worth = [](const cma_report &r) {
+		return std::tuple(!r.lost, !r.mixed, r.records.size());
+	};
+
+	return report && (!than || worth(*report) > worth(*than));
+}
+
+cma_report_reader::cma_report_reader(std::string area, pid_t task)
+	: area_(std::move(area)), caller_(fmt::format("T{}", task))
+{
+}
+
 void cma_report_reader::add(const log_record &record)
 {
-	// If the kernel says who logged a line, those of others can be told apart.
-	if (report_ && record.caller != caller_)
+	if (!record.caller.empty() && record.caller != caller_)
 		return;
 	if (const auto summary = module_message(record, "show_brief"))
-		add_summary(*summary, record.caller);
+		add_summary(*summary);
 	else if (const auto line = module_message(record, "show_info"); line && report_)
 		add_listing(*line);
 }
 
-void cma_report_reader::add_summary(std::string_view message, const std::string &caller)
+void cma_report_reader::add_summary(std::string_view message)
 {
 	cma_report report;
 
@@ -61,7 +84,6 @@ void cma_report_reader::add_summary(std::string_view message, const std::string 
 		return;
 	}
 	report.name = area_;
-	caller_ = caller;
 	report_ = std::move(report);
 }
 

@@ -25,7 +25,8 @@ void add_caches(CLI::App &app, int &status);
 void add_watch(CLI::App &app, int &status);
 void add_thresholds(CLI::App &app);
 void add_pages(CLI::App &app);
-void add_cma(CLI::App &app);
+// Sets the status to exit_usage if an area cannot be read.
+void add_cma(CLI::App &app, int &status);
 // The status as for watch.
 void add_pins(CLI::App &app, int &status);
 // These set the status to exit_not_found if nothing came of it: no pages, or no room.

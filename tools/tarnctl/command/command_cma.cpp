@@ -19,26 +19,30 @@ struct cma_options {
 	bool json = false;
 };
 
-void run(const cma_options &options)
+void run(const cma_options &options, int &status)
 {
 	const cma_reader files;
 	const std::vector<std::string> names =
 		options.area.empty() ? files.names() : std::vector{options.area};
-	std::vector<cma_area> areas;
+	const cma_areas all = files.read_all(names, [] { return kernel_log(); });
 	std::string text = names.empty() ? "The kernel has no CMA areas.\n" : "";
 
-	for (const std::string &name : names) {
-		areas.push_back(files.read(name, [] { return kernel_log(); }));
-		if (areas.size() > 1)
+	for (const cma_area &area : all.areas) {
+		if (!text.empty())
 			text += "\n";
-		text += cma_text(areas.back(), static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
+		text += cma_text(area, static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
 	}
-	print_out(options.json ? cma_json(areas) : text);
+	if (options.json || !text.empty())
+		print_out(options.json ? cma_json(all) : text);
+	for (const unreadable_cma_area &area : all.unreadable) {
+		print_error(area.reason);
+		status = exit_usage;
+	}
 }
 
 } // namespace
 
-void add_cma(CLI::App &app)
+void add_cma(CLI::App &app, int &status)
 {
 	CLI::App *command = app.add_subcommand(
 		"cma", "Show the contiguous memory (CMA) areas and who allocated from them");
@@ -46,7 +50,7 @@ void add_cma(CLI::App &app)
 
 	command->add_option("area", options->area, "Show only this area")->transform(not_empty());
 	command->add_flag("--json", options->json, "Print a JSON object");
-	command->callback([options] { run(*options); });
+	command->callback([options, &status] { run(*options, status); });
 }
 
 } // namespace tarn

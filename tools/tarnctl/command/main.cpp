@@ -23,7 +23,7 @@ int run(int argc, char **argv)
 	tarn::add_watch(app, status);
 	tarn::add_thresholds(app);
 	tarn::add_pages(app);
-	tarn::add_cma(app);
+	tarn::add_cma(app, status);
 	tarn::add_pins(app, status);
 	tarn::add_kill(app, status);
 	tarn::add_reclaim(app, status);

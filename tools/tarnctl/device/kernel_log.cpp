@@ -4,11 +4,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <fstream>
 
 #include <fcntl.h>
 #include <fmt/format.h>
 
-#include <tarnctl/device/device_error.h>
 #include <tarnctl/text/scan.h>
 
 namespace tarn
@@ -65,10 +65,24 @@ log_record parse_log_record(std::string_view record)
 	return result;
 }
 
+std::string no_kernel_log_reason(int error, const std::string &root)
+{
+	std::string setting;
+
+	// Programs are refused whatever their rights, which looks like missing rights.
+	std::getline(std::ifstream(root + "/proc/sys/kernel/printk_devkmsg"), setting);
+	if (error == EPERM && setting == "off")
+		return fmt::format("cannot open {}: printk.devkmsg=off closes it to programs; set "
+				   "\"ratelimit\" on the kernel's command line or in "
+				   "/proc/sys/kernel/printk_devkmsg",
+				   path);
+	return fmt::format("cannot open {}: {}", path, errno_message(error));
+}
+
 kernel_log::kernel_log(log_start start) : file_(open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK))
 {
 	if (file_.get() < 0)
-		throw_errno(fmt::format("cannot open {}", path));
+		throw no_kernel_log(no_kernel_log_reason(errno));
 	if (start == log_start::oldest)
 		return;
 	// A line that the kernel holds back is older than this moment.

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include <tarnctl/device/device_error.h>
 #include <tarnctl/device/file_descriptor.h>
 
 namespace tarn
@@ -25,14 +26,22 @@ struct log_record {
 // A text that is not a record gives one that is not by the kernel and has no text.
 log_record parse_log_record(std::string_view record);
 
+// The log cannot be opened.
+struct no_kernel_log : device_error {
+	using device_error::device_error;
+};
+
+// Why the log could not be opened, for the user. Tests pass another root directory.
+std::string no_kernel_log_reason(int error, const std::string &root = "");
+
 enum class log_start { now, oldest };
 
 // Not thread-safe.
 class kernel_log
 {
 public:
-	// Gives what the kernel logs from now on, or also what it still holds. Throws device_error,
-	// as all calls do.
+	// Gives what the kernel logs from now on, or also what it still holds. Throws
+	// no_kernel_log; all calls throw device_error.
 	explicit kernel_log(log_start start = log_start::now);
 	// Takes over a non-blocking file that yields one record per read.
 	explicit kernel_log(file_descriptor file) : file_(std::move(file)) {}
