@@ -29,7 +29,7 @@ SCENARIO ?=
 
 .PHONY: help run test check bench stats fuzz tidy one-definition format-check format clean deps \
 	deps-check \
-	deps-lab ko device lab lab-shell lab-build
+	deps-lab ko device lab lab-shell lab-build other-kernels
 
 help:
 	@echo "make run     hunt a slab leak in a trace recorded on a real kernel"
@@ -37,6 +37,7 @@ help:
 	@echo "make check   run clang-format and clang-tidy, and find types or symbols defined twice"
 	@echo "make bench   measure the hot paths against a straightforward implementation"
 	@echo "make ko KDIR=<kernel tree>   build the module for a configured kernel tree"
+	@echo "make other-kernels   compile the module for Linux 6.1 and 6.12, with GCC and Clang"
 	@echo "make device  build a static tarnctl for an arm64 device"
 	@echo "make lab     run all scenarios on a real kernel in QEMU (DEBUG=1: a debugging kernel;"
 	@echo "             KERNEL=phone: one as strict as a phone's, with MTE=1 also with memory tags)"
@@ -104,6 +105,10 @@ lab: lab-build
 
 lab-shell: lab-build
 	@$(LAB_RUN) --shell $(LAB_PARTS)
+
+other-kernels:
+	@scripts/install_deps.sh other-kernels
+	@lab/other_kernels.sh $(BUILD)/other-kernels
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.c')
 

@@ -38,7 +38,6 @@ key=$({
 	$compiler --version
 	grep -hE '^(# )?CONFIG_' $fragments
 } | sha256sum | cut -c1-12)
-source=$cache/source-$version
 build=$cache/kernel-$flavour-$key
 
 if [ ! -e "$build/complete" ]; then
@@ -47,13 +46,7 @@ if [ ! -e "$build/complete" ]; then
 	flock 9
 fi
 if [ ! -e "$build/complete" ]; then
-	if [ ! -e "$source/complete" ]; then
-		echo "lab: unpacking the kernel source $version" >&2
-		rm -rf "$source"
-		mkdir -p "$source"
-		tar -xf "/usr/src/$package.tar.xz" -C "$source" --strip-components=1
-		touch "$source/complete"
-	fi
+	source=$("$lab/unpack_source.sh" "$package")
 	echo "lab: building the $flavour kernel (at least ten minutes on two cores);" \
 	     "see $build.log" >&2
 	rm -rf "$build"

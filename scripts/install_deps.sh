@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-2.0-only
-# Usage: install_deps.sh build|check|device|lab [KERNEL], or install_deps.sh ko [CROSS_COMPILE [LLVM]]
+# Usage: install_deps.sh build|check|device|lab [KERNEL]|other-kernels|ko [CROSS_COMPILE [LLVM]]
 # Installs missing Debian packages. build: to build and test; check: also to check style and locks;
-# device: to build programs for an arm64 device; lab: also a kernel for the lab and QEMU; ko: to
-# build the module with a compiler prefix.
+# device: to build programs for an arm64 device; lab: also a kernel for the lab and QEMU;
+# other-kernels: to compile the module for several kernels; ko: to build the module with a compiler
+# prefix.
 set -euo pipefail
 
 build=(g++ cmake ninja-build xz-utils libcli11-dev nlohmann-json3-dev libfmt-dev
@@ -12,8 +13,8 @@ build=(g++ cmake ninja-build xz-utils libcli11-dev nlohmann-json3-dev libfmt-dev
 check=(clang clang-tidy clang-format libclang-rt-14-dev)
 arm64=(gcc-aarch64-linux-gnu g++-aarch64-linux-gnu libc6-dev-arm64-cross)
 device=("${arm64[@]}" g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev)
-lab=("${device[@]}" gcc linux-source-6.12 flex bison bc libssl-dev libelf-dev cpio kmod xz-utils rsync
-	python3 qemu-system-arm)
+kernel=(gcc linux-source-6.12 flex bison bc libssl-dev libelf-dev cpio kmod xz-utils rsync)
+lab=("${device[@]}" "${kernel[@]}" python3 qemu-system-arm)
 llvm19=(clang-19 lld-19 llvm-19)
 
 # Tools that no package here provides, such as those of a compiler prefix.
@@ -35,6 +36,7 @@ lab)
 	packages=("${lab[@]}")
 	[ "${2:-}" != phone ] || packages+=("${llvm19[@]}")
 	;;
+other-kernels) packages=("${arm64[@]}" "${kernel[@]}" linux-source-6.1 "${llvm19[@]}") ;;
 ko)
 	packages=(g++ gcc)
 	case ${3:-} in

@@ -35,7 +35,6 @@ static_assert(NLMSG_HDRLEN == NATIVE_NLMSG_HDRLEN);
 static_assert(sizeof(nlmsghdr) == NATIVE_SIZEOF_NLMSGHDR);
 
 static_assert(CMA_MAX_NAME == NATIVE_CMA_MAX_NAME);
-static_assert(FOLL_PIN == NATIVE_FOLL_PIN);
 
 static_assert(MAX_ERRNO == NATIVE_MAX_ERRNO);
 

@@ -47,11 +47,6 @@ static_assert(_SLAB_FLAGS_LAST_BIT < 32, "caches have no unused flag");
 #define NO_MERGE_FLAG SLAB_NOLEAKTRACE
 #endif
 
-/* Before 6.8 only the largest order had a name. */
-#ifndef NR_PAGE_ORDERS
-#define NR_PAGE_ORDERS (MAX_ORDER + 1)
-#endif
-
 /* The interface aligns everything that it embeds by value to 8 bytes. */
 #define SIZE(symbol, type)                                                                         \
 	do {                                                                                       \
@@ -91,8 +86,10 @@ void kernel_sizes(void)
 	DEFINE(KERNEL_I_FREEING, I_FREEING);
 	DEFINE(KERNEL_I_WILL_FREE, I_WILL_FREE);
 	DEFINE(KERNEL_I_NEW, I_NEW);
+	DEFINE(KERNEL_FOLL_PIN, FOLL_PIN);
 	DEFINE(KERNEL_MAX_NR_ZONES, MAX_NR_ZONES);
-	DEFINE(KERNEL_MAX_PAGE_ORDER, NR_PAGE_ORDERS - 1);
+	/* The constants for this differ between kernels in name and by one in value. */
+	DEFINE(KERNEL_MAX_PAGE_ORDER, ARRAY_SIZE(((struct zone *)NULL)->free_area) - 1);
 	DEFINE(KERNEL_MIGRATE_CMA, MIGRATE_CMA);
 	DEFINE(KERNEL_NR_FREE_PAGES, NR_FREE_PAGES);
 	DEFINE(KERNEL_NR_INACTIVE_ANON, NR_INACTIVE_ANON);
@@ -121,7 +118,6 @@ void kernel_sizes(void)
 	DEFINE(NATIVE_NLMSG_HDRLEN, NLMSG_HDRLEN);
 	DEFINE(NATIVE_MAX_ERRNO, MAX_ERRNO);
 	DEFINE(NATIVE_CMA_MAX_NAME, CMA_MAX_NAME);
-	DEFINE(NATIVE_FOLL_PIN, FOLL_PIN);
 	DEFINE(NATIVE_SIZEOF_SLABINFO, sizeof(struct slabinfo));
 	DEFINE(NATIVE_SLABINFO_NUM_OBJS, offsetof(struct slabinfo, num_objs));
 	DEFINE(NATIVE_SIZEOF_NOTIFIER_BLOCK, sizeof(struct notifier_block));

@@ -4,12 +4,14 @@
 #include <kernel/types.h>
 
 #ifndef KERNEL_NATIVE_TYPES
+#include <kernel_build/sizes.h>
+
 KERNEL_C_BEGIN
 
 struct page;
 
 /* The flag for a pinning reference in the kernel's page-grabbing functions. */
-#define FOLL_PIN 0x80000u
+#define FOLL_PIN KERNEL_FOLL_PIN
 
 /* Logs the page's state and a reason. Context: any. */
 void dump_page(const struct page *page, const char *reason);
