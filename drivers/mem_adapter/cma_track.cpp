@@ -11,6 +11,7 @@
 #include <kernel/string.h>
 #include <kernel/tracepoint.h>
 
+#include "depot.h"
 #include "log.h"
 #include "subsystems.h"
 #include "vendor_hook.h"
@@ -38,8 +39,6 @@ constexpr unsigned int own_frames = 3;
 constexpr gfp_t record_gfp = GFP_NOWAIT | __GFP_NOWARN;
 
 constinit lock_class_key cma_lock_key = {};
-// A depot that could not be set up must not be saved to.
-constinit bool depot_ready = false;
 constinit vendor_hook<cma_alloc_finish_probe> alloc_hook;
 constinit vendor_hook<cma_release_probe> release_hook;
 
@@ -76,7 +75,7 @@ int get_cma_regions(struct cma *area, void *)
 		for (unsigned int i = 0; i < count; i++)
 			MEM_INFO("        %pS", reinterpret_cast<void *>(entries[i]));
 	}
-	return depot_ready ? stack_depot_save(entries, count, GFP_NOWAIT) : 0;
+	return depot_save(entries, count, GFP_NOWAIT);
 }
 
 [[gnu::always_inline]] inline void add_cma_stackinfo(const char *name, unsigned long pfn,
@@ -238,9 +237,7 @@ int cma_track_init(void)
 {
 	helper_raw_spin_lock_init(&cma_lock, "cma_lock", &cma_lock_key);
 	cma_report_init();
-	depot_ready = stack_depot_init() == 0;
-	if (!depot_ready)
-		MEM_ERR("stack_depot_init failed!\n");
+	depot_set_up("cma_track_init");
 	cma_for_each_area(get_cma_regions, nullptr);
 
 	int ret = alloc_hook.attach(helper_find_cma_alloc_finish(), vh_cma_alloc);

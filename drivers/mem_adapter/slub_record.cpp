@@ -4,11 +4,11 @@
 #include <kernel/irq_work.h>
 #include <kernel/preempt.h>
 #include <kernel/ratelimit.h>
-#include <kernel/stackdepot.h>
 #include <kernel/stacktrace.h>
 #include <kernel/string.h>
 #include <uapi/tarn_lmkd.h>
 
+#include "depot.h"
 #include "leak_notify.h"
 #include "mem_adapter.h"
 #include "mem_event.h"
@@ -41,7 +41,7 @@ void maybe_need_notify()
 {
 	unsigned long stack[stack_depth];
 	const unsigned int depth = stack_trace_save(stack, stack_depth, own_frames);
-	const depot_stack_handle_t handle = stack_depot_save(stack, depth, __GFP_KSWAPD_RECLAIM);
+	const depot_stack_handle_t handle = depot_save(stack, depth, __GFP_KSWAPD_RECLAIM);
 	slub_track_entry entry;
 
 	entry.handle = handle ? handle : addr;

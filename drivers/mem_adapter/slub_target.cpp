@@ -101,23 +101,65 @@ bool is_own(const struct kmem_cache *cache)
 	       strcmp(helper_kmem_cache_name(cache), own_cache_name) == 0;
 }
 
-// Sets or clears the mark of the first cache of that name. Returns false if there is none.
-bool mark_cache(const char *name, bool mark)
+bool is_marked(const struct kmem_cache *cache)
+{
+	return helper_kmem_cache_flags(cache) & SLUB_TRACK_MARK;
+}
+
+// Called with the slab mutex held.
+void set_mark(struct kmem_cache *cache, bool mark)
+{
+	const unsigned int flags = helper_kmem_cache_flags(cache);
+
+	helper_kmem_cache_set_flags(cache,
+				    mark ? flags | SLUB_TRACK_MARK : flags & ~SLUB_TRACK_MARK);
+}
+
+// Called with the slab mutex held. Returns null if no cache has the name.
+struct kmem_cache *find_cache(const char *name, bool own_too)
+{
+	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
+		if (strcmp(helper_kmem_cache_name(cache), name) == 0 && (own_too || !is_own(cache)))
+			return cache;
+	}
+	return nullptr;
+}
+
+// Marks the first cache of that name, and no other: a switch-off under another name has left its
+// cache marked. Returns false if there is none.
+bool mark_cache(const char *name)
 {
 	if (!tarn_slab_mutex)
 		return false;
 	const mutex_guard guard(*tarn_slab_mutex);
+	struct kmem_cache *target = find_cache(name, false);
 
+	if (!target)
+		return false;
 	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
-		if (strcmp(helper_kmem_cache_name(cache), name) != 0 || (mark && is_own(cache)))
-			continue;
-		const unsigned int flags = helper_kmem_cache_flags(cache);
-
-		helper_kmem_cache_set_flags(cache, mark ? flags | SLUB_TRACK_MARK
-							: flags & ~SLUB_TRACK_MARK);
-		return true;
+		if (is_marked(cache) != (cache == target))
+			set_mark(cache, cache == target);
 	}
-	return false;
+	return true;
+}
+
+// Clears the mark of the first cache of that name. Returns false if there is none. Gives the name
+// of the cache that was tracked instead, or an empty one.
+bool unmark_cache(const char *name, char (&other)[slub_name_size])
+{
+	if (!tarn_slab_mutex)
+		return false;
+	const mutex_guard guard(*tarn_slab_mutex);
+	struct kmem_cache *target = find_cache(name, true);
+
+	if (!target)
+		return false;
+	set_mark(target, false);
+	for (struct kmem_cache *cache : slab_caches(tarn_slab_caches)) {
+		if (is_marked(cache))
+			copy_name(other, sizeof(other), helper_kmem_cache_name(cache));
+	}
+	return true;
 }
 
 void report_growth()
@@ -170,14 +212,16 @@ int tarn_slub_track_on(const char *name)
 {
 	if (READ_ONCE(slub_track_flag))
 		return 0;
-	if (!mark_cache(name, true)) {
+	if (!mark_cache(name)) {
 		MEM_ERR("slub name[%s] not found\n", name);
 		return -EINVAL;
 	}
 	// The probes check the flag before the rings, so the mark may come first.
 	if (slub_create_ringbuf()) {
+		char other[slub_name_size] = {};
+
 		MEM_ERR("create ringbuf failed\n");
-		mark_cache(name, false);
+		unmark_cache(name, other);
 		return -ENOMEM;
 	}
 	MEM_INFO("slub name[%s] ok\n", name);
@@ -187,9 +231,11 @@ int tarn_slub_track_on(const char *name)
 
 int tarn_slub_track_off(const char *name)
 {
+	char other[slub_name_size] = {};
+
 	if (!READ_ONCE(slub_track_flag))
 		return 0;
-	if (!mark_cache(name, false)) {
+	if (!unmark_cache(name, other)) {
 		MEM_ERR("slub name[%s] not found\n", name);
 		return -EINVAL;
 	}
@@ -198,6 +244,8 @@ int tarn_slub_track_off(const char *name)
 	// that takes the lock later sees the flag.
 	slub_free_ring(SLUB_ALLOC);
 	slub_free_ring(SLUB_FREE);
+	if (other[0])
+		MEM_INFO("slub name[%s] was tracked\n", static_cast<const char *>(other));
 	MEM_INFO("slub name[%s] ok\n", name);
 	report_growth();
 	return 0;

@@ -2,8 +2,8 @@
 // Start and stop of slab tracking. Locks: see slub_track.h.
 #include <kernel/debug_symbol.h>
 #include <kernel/err.h>
-#include <kernel/stackdepot.h>
 
+#include "depot.h"
 #include "log.h"
 #include "slab_caches.h"
 #include "slub_track.h"
@@ -81,11 +81,8 @@ void clear_marks()
 
 int slub_track_init(void)
 {
-	// The depot exists only if someone asked for it. vmalloc tracking uses it, too.
-	if (stack_depot_init()) {
-		MEM_ERR("stack_depot_init failed!\n");
-		return -EINVAL;
-	}
+	// For vmalloc tracking, too.
+	depot_set_up("slub_track_init");
 	slub_track_cache = helper_kmem_cache_create("slub_track_cache", sizeof(slub_caller_node), 0,
 						    SLAB_NO_MERGE, nullptr);
 	if (!slub_track_cache) {

@@ -10,6 +10,7 @@
 #include <kernel/tracepoint.h>
 #include <uapi/tarn_lmkd.h>
 
+#include "depot.h"
 #include "leak_notify.h"
 #include "mem_adapter.h"
 #include "mem_event.h"
@@ -98,7 +99,7 @@ void vh_save_vmalloc_stack(void *, unsigned long, struct vm_struct *area)
 
 	unsigned long entries[stack_depth];
 	const unsigned int count = stack_trace_save(entries, stack_depth, own_frames);
-	const depot_stack_handle_t handle = stack_depot_save(entries, count, __GFP_KSWAPD_RECLAIM);
+	const depot_stack_handle_t handle = depot_save(entries, count, __GFP_KSWAPD_RECLAIM);
 
 	if (handle)
 		helper_vm_struct_set_caller(area, u64{VMALLOC_STACK_TAG} << 32 | handle);

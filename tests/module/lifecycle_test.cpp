@@ -198,14 +198,14 @@ TEST_F(lifecycle, tracking_starts_as_a_whole_or_not_at_all)
 		refused.push_back(tracking_is_refused_without(call, mode::once));
 		(refused.back() ? needed : spared).push_back(call.name);
 	}
-	EXPECT_THAT(needed, testing::UnorderedElementsAre(
-				    "stack_depot_init", "kmem_cache_create", "android_debug_symbol",
-				    "android_debug_symbol", "tracepoint_probe_register",
-				    "tracepoint_probe_register", "kthread_create_on_node",
-				    "kthread_create_on_node"));
-	EXPECT_THAT(spared, testing::UnorderedElementsAre("tracepoint_probe_register",
-							  "tracepoint_probe_register",
-							  "register_vmap_purge_notifier"));
+	EXPECT_THAT(needed,
+		    testing::UnorderedElementsAre(
+			    "kmem_cache_create", "android_debug_symbol", "android_debug_symbol",
+			    "tracepoint_probe_register", "tracepoint_probe_register",
+			    "kthread_create_on_node", "kthread_create_on_node"));
+	EXPECT_THAT(spared, testing::UnorderedElementsAre(
+				    "stack_depot_init", "tracepoint_probe_register",
+				    "tracepoint_probe_register", "register_vmap_purge_notifier"));
 
 	bool later_refused = false;
 	for (std::size_t i = calls.size(); i-- > 0;) {

@@ -2,9 +2,12 @@
 // The records of slab events: task and call stack.
 #include "slub_fixture.h"
 
+#include <optional>
+
 #include <fmt/format.h>
 #include <kernel/spinlock.h>
 #include <kernel/stackdepot.h>
+#include <kernel/vmalloc.h>
 
 using namespace hosted;
 using namespace module_tests;
@@ -82,6 +85,40 @@ TEST_F(slub_record, the_callers_address_replaces_a_stack_that_cannot_be_saved)
 	const tarn::readout readout = read_after_off();
 	EXPECT_EQ(readout.alloc.at(0).handle, fmt::format("{:#x}", caller));
 	EXPECT_THAT(readout.alloc[0].frames, IsEmpty());
+}
+
+using without_depot = machine_test;
+
+TEST_F(without_depot, trackers_start_and_record_call_sites)
+{
+	// Neither at load nor when tracking starts can it be set up.
+	std::optional<fault_scope> fault(std::in_place, "stack_depot_init");
+	loaded_module module;
+	platform::client client(module);
+	fault.emplace("stack_depot_init");
+	ASSERT_EQ(client.start().memtrack, 0);
+	ASSERT_TRUE(fault->hit());
+	fault.reset();
+	EXPECT_EQ(errors("[slub_track_init] stack_depot_init failed!\n").size(), 1U);
+	kmem_cache *cache = add_cache("victim", 64);
+	set_parameter("specified_target", "victim");
+	ASSERT_EQ(client.command(MEMTYPE_SLUB, prepare), 0);
+	ASSERT_EQ(client.command(MEMTYPE_SLUB, on), 0);
+	const unsigned long caller = symbol_address("caller", 8, 16);
+	{
+		const frame_scope in(caller);
+		record_alloc(*cache, 50);
+	}
+	ASSERT_EQ(client.command(MEMTYPE_SLUB, off), 0);
+	const auto stacks = client.read_stacks(MEMTYPE_SLUB, MEMCHECK_MAX_SIZE);
+	const tarn::readout readout = tarn::parse_readout(stacks.text);
+	ASSERT_EQ(readout.alloc.size(), 1U);
+	EXPECT_EQ(readout.alloc[0].handle, fmt::format("{:#x}", caller));
+	EXPECT_THAT(readout.alloc[0].frames, IsEmpty());
+
+	// An area keeps its creator's address.
+	ASSERT_EQ(client.command(MEMTYPE_VMALLOC, on), 0);
+	vfree(helper_vmalloc(4096));
 }
 
 } // namespace

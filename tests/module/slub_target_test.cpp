@@ -114,6 +114,27 @@ TEST_F(slub_target, commands_during_a_hunt_keep_the_first_target)
 	EXPECT_EQ(ring(SLUB_ALLOC), ring_counters(1, 0));
 }
 
+TEST_F(slub_target, only_one_cache_is_tracked_whatever_came_before)
+{
+	kmem_cache *other = add_cache("other", 64);
+	choose("other");
+	forget_log();
+	ASSERT_EQ(command(off), 0);
+	EXPECT_THAT(log_lines(log_info, "slub name["),
+		    ElementsAre("[tarn_slub_track_off] slub name[victim] was tracked\n",
+				"[tarn_slub_track_off] slub name[other] ok\n"));
+	ASSERT_EQ(command(on), 0);
+	EXPECT_FALSE(marked(cache));
+	record_alloc(*cache, 3);
+	record_alloc(*other, 5);
+	EXPECT_EQ(ring(SLUB_ALLOC), ring_counters(5, 0));
+	forget_log();
+	ASSERT_EQ(command(off), 0);
+	EXPECT_THAT(log_lines(log_info, "was tracked"), IsEmpty());
+	EXPECT_EQ(command(off), 0);
+	EXPECT_EQ(log_lines(log_info, "slub name[").size(), 1U) << "it was off already";
+}
+
 TEST_F(slub_target, a_flag_set_and_cleared_by_hand_does_no_harm)
 {
 	const kmem_cache *other = add_cache("other", 64);
