@@ -80,6 +80,8 @@ machine_type=virt
 if [ "$tags" = 1 ]; then
 	qemu=("$("$lab/fetch_qemu.sh")")
 	machine_type=virt,mte=on
+	slow=8
+	run_limit=1800
 fi
 
 mkdir -p "$out"
