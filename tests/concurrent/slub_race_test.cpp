@@ -80,10 +80,11 @@ TEST_F(slub_race, counts_add_up_to_what_happened)
 	for (const int kind : kinds)
 		hold_thread(drain_threads[kind]);
 	record_on_all(half_ring);
-	for (const int kind : kinds)
-		let_go_thread(drain_threads[kind]);
 	{
 		const fault_scope fault("kmem_cache_alloc", 1, fault_scope::mode::from_then_on);
+
+		for (const int kind : kinds)
+			let_go_thread(drain_threads[kind]);
 		settle();
 	}
 	record_on_all(times);
