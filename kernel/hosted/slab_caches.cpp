@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -103,15 +102,14 @@ kmem_cache *find_mergeable(unsigned object_size, unsigned align, unsigned flags)
 		return nullptr;
 	const unsigned size = aligned(object_size, align);
 	const std::vector<kmem_cache *> all = caches();
-	for (kmem_cache *cache : std::views::reverse(all)) {
+	const auto found = std::find_if(all.rbegin(), all.rend(), [&](const kmem_cache *cache) {
 		const unsigned its_flags = cache->flags.load(std::memory_order_relaxed);
-		if (!(its_flags & SLAB_NO_MERGE) &&
-		    (its_flags & SLAB_RECLAIM_ACCOUNT) == (flags & SLAB_RECLAIM_ACCOUNT) &&
-		    cache->size >= size && cache->size - size < min_align &&
-		    cache->size % align == 0)
-			return cache;
-	}
-	return nullptr;
+		return !(its_flags & SLAB_NO_MERGE) &&
+		       (its_flags & SLAB_RECLAIM_ACCOUNT) == (flags & SLAB_RECLAIM_ACCOUNT) &&
+		       cache->size >= size && cache->size - size < min_align &&
+		       cache->size % align == 0;
+	});
+	return found == all.rend() ? nullptr : *found;
 }
 
 kmem_cache *add_to_list(std::unique_ptr<kmem_cache> cache)
