@@ -20,6 +20,18 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
+// Why a hunt fails.
+std::string failure(
+	fake_kernel &kernel, const std::function<void()> &let_run = [] {})
+{
+	try {
+		kernel.hunt("", let_run);
+	} catch (const hunt_error &error) {
+		return error.what();
+	}
+	return "it does not";
+}
+
 } // namespace
 
 TEST(device_hunt, brings_home_callers_growth_and_the_kernel_s_log)
@@ -65,6 +77,19 @@ TEST(device_hunt, that_fails_midway_leaves_tracking_off)
 		EXPECT_EQ(kernel.done.back(), "off");
 	}
 	{
+		// Another cache of the name has come since.
+		fake_kernel kernel;
+
+		kernel.growth = "no target to measure";
+		EXPECT_EQ(failure(kernel), "the cache \"filp\" was destroyed while it was tracked");
+	}
+	{
+		fake_kernel kernel;
+
+		kernel.tracked_instead = "slub name[filp] was tracked";
+		EXPECT_EQ(failure(kernel), "another program chose another target during the hunt");
+	}
+	{
 		fake_kernel kernel;
 
 		kernel.target = "a\nb";
@@ -89,8 +114,8 @@ TEST(device_hunt, that_fails_midway_leaves_tracking_off)
 		fake_kernel kernel;
 
 		kernel.off_result = -EINVAL;
-		EXPECT_THROW(kernel.hunt("", [&kernel] { kernel.set("slub_track_flag", "1\n"); }),
-			     hunt_error);
+		EXPECT_EQ(failure(kernel, [&kernel] { kernel.set("slub_track_flag", "1\n"); }),
+			  "the cache \"filp\" was destroyed while it was tracked");
 		EXPECT_EQ(kernel.get("slub_track_flag"), "0");
 	}
 }

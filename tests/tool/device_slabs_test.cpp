@@ -228,6 +228,35 @@ TEST(device_hunt, says_what_the_module_dropped_before_its_counts)
 	EXPECT_THAT(whole, Not(HasSubstr("EVENTS DROPPED")));
 }
 
+TEST(device_hunt, names_the_caches_that_are_merged_with_the_target)
+{
+	fake_kernel kernel;
+	played_slabs slabs;
+	const std::string all = slabs.root + "/sys/kernel/slab/";
+
+	std::filesystem::rename(all + "filp", all + ":0000256");
+	for (const char *name : {"filp", "older", "newer"})
+		std::filesystem::create_symlink(":0000256", all + name);
+	std::filesystem::create_symlink(":0000064", all + "other");
+
+	const device_hunt hunt = kernel.hunt(slabs, slabs.sampler(), {"filp", false, 4s});
+	const auto json = nlohmann::json::parse(device_hunt_json(hunt));
+
+	EXPECT_EQ(json["merged"], (nlohmann::json{"newer", "older"}));
+	EXPECT_THAT(device_hunt_text(hunt), HasSubstr("MERGED  the kernel has merged these caches "
+						      "with filp"));
+
+	// Under another name it cannot be tracked. The hunt says under which it can.
+	kernel.done.clear();
+	try {
+		kernel.hunt(slabs, slabs.sampler(), {"newer", false, 4s});
+		FAIL() << "no such cache";
+	} catch (const unknown_cache &error) {
+		EXPECT_THAT(error.what(), HasSubstr("merged the cache \"newer\" with \"filp\""));
+	}
+	EXPECT_THAT(kernel.done, IsEmpty());
+}
+
 TEST(device_hunt, leaves_the_choice_to_the_module_where_nothing_is_known)
 {
 	const std::string none(1, '\0');

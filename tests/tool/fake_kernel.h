@@ -63,8 +63,11 @@ public:
 			return on_result;
 		default:
 			done.emplace_back("off");
+			if (!tracked_instead.empty())
+				say("6,1,1,-;[MEM_ADAPTER] tarn_slub_track_off:0: " +
+				    tracked_instead + "\n");
 			say("6,1,1,-;[MEM_ADAPTER] tarn_slub_track_off:1: slub name[x] ok\n");
-			say("6,1,1,-;[MEM_ADAPTER] tarn_slub_track_off:2: 300+-45=255kB\n");
+			say("6,1,1,-;[MEM_ADAPTER] tarn_slub_track_off:2: " + growth + "\n");
 			return off_result;
 		}
 	}
@@ -126,6 +129,8 @@ public:
 	}
 
 	std::string target = "filp";
+	std::string growth = "300+-45=255kB";
+	std::string tracked_instead;
 	int on_result = 0;
 	int off_result = 0;
 	int read_result = 0;

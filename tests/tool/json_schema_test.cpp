@@ -152,7 +152,8 @@ TEST(json_schema, is_kept_by_areas_known_in_full_or_in_part)
 
 TEST(json_schema, is_kept_by_a_hunt_on_a_device)
 {
-	device_hunt without_figures{{}, slab_sampler("/nowhere"), target_choice::module, {}, {}};
+	device_hunt without_figures{{}, slab_sampler("/nowhere"), target_choice::module, {}, {},
+				    {}};
 
 	without_figures.slabs.sample(std::chrono::seconds(0));
 	without_figures.result.cache = "filp";
@@ -169,8 +170,12 @@ TEST(json_schema, is_kept_by_a_hunt_on_a_device)
 		<< "slabinfo - version: 2.1\n"
 		   "filp 300 315 192 21 1 : tunables 0 0 0 : slabdata 15 15 0\n"
 		   "odd 1 2 64 64 1 : tunables 0 0 0 : slabdata 1 1 0\n";
-	device_hunt with_figures{
-		without_figures.result, slab_sampler(root), target_choice::module, {}, {}};
+	device_hunt with_figures{without_figures.result,
+				 slab_sampler(root),
+				 target_choice::module,
+				 {},
+				 {},
+				 {"merged"}};
 
 	with_figures.result.object_size = 192;
 	with_figures.result.events = event_counts{50, 40, 3, 2, 1};

@@ -79,6 +79,15 @@ std::optional<std::int64_t> grown(const device_hunt &hunt)
 	return static_cast<std::int64_t>(target->points.back().live - first.live);
 }
 
+std::string printable_list(const std::vector<std::string> &names)
+{
+	std::string list;
+
+	for (const std::string &name : names)
+		list += (list.empty() ? "" : ", ") + printable(name);
+	return list;
+}
+
 class screen
 {
 public:
@@ -135,6 +144,12 @@ void screen::heading()
 	      printable(result_.cache), why);
 	if (hunt_.observed.to > hunt_.observed.from && hunt_.choice == target_choice::module)
 		print("While observed, no cache grew that can leak.\n");
+	if (!hunt_.merged.empty())
+		print("{}",
+		      wrapped(fmt::format("the kernel has merged these caches with {}, and their "
+					  "events count as its own: {}",
+					  printable(result_.cache), printable_list(hunt_.merged)),
+			      8, columns, "MERGED  "));
 }
 
 void screen::target()
@@ -358,6 +373,7 @@ std::string device_hunt_json(const device_hunt &hunt)
 	object["trust"] = trust_of(hunt);
 	if (target)
 		object["live"] = live_of(hunt, *target);
+	object["merged"] = hunt.merged;
 	object["caches"] = caches_of(hunt);
 	object["tasks"] = tasks_of(hunt);
 	// Who holds an object cannot be known without its address.

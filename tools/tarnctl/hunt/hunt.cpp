@@ -29,6 +29,11 @@ void command(hunt_backend &device, std::uint32_t cmd, const char *what)
 		throw hunt_error(refusal(what, ret));
 }
 
+std::string destroyed(const std::string &cache)
+{
+	return fmt::format("the cache \"{}\" was destroyed while it was tracked", cache);
+}
+
 // The module names its target when it is switched on: "slub name[filp] ok".
 std::string parse_target(std::string_view log)
 {
@@ -42,8 +47,12 @@ std::string parse_target(std::string_view log)
 }
 
 // The module reports the target's growth on its last log line of a switch-off: "12+34=46kB".
-growth parse_growth(std::string_view log)
+growth parse_growth(std::string_view log, const std::string &cache)
 {
+	if (log.find("] was tracked") != std::string_view::npos)
+		throw hunt_error("another program chose another target during the hunt");
+	if (log.find("no target to measure") != std::string_view::npos)
+		throw hunt_error(destroyed(cache));
 	const std::size_t at = log.rfind("tarn_slub_track_off:");
 	const std::string line(log.substr(std::min(at, log.size())));
 	growth result;
@@ -95,10 +104,14 @@ public:
 	tracking(const tracking &) = delete;
 	tracking &operator=(const tracking &) = delete;
 
-	void off()
+	void off(const std::string &cache)
 	{
 		on_ = false;
-		command(device_, MEMCHECK_CMD_OFF, "switch tracking off");
+		const int ret = device_.command(MEMTYPE_SLUB, MEMCHECK_CMD_OFF);
+
+		if (ret)
+			throw hunt_error(ret == -EINVAL ? destroyed(cache)
+							: refusal("switch tracking off", ret));
 	}
 
 private:
@@ -132,11 +145,11 @@ hunt_result run_hunt(hunt_backend &device, const std::string &cache,
 						cache));
 	let_run();
 	result.log += device.take_log();
-	on.off();
+	on.off(result.cache);
 
 	const std::string off_log = device.take_log();
 
-	result.target = parse_growth(off_log);
+	result.target = parse_growth(off_log, result.cache);
 	result.events = device.events();
 	result.callers = parse_readout(read_out(device));
 	result.log += off_log + device.take_log();

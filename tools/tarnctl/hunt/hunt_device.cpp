@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
 #include <tarnctl/hunt/device_backend.h>
 #include <tarnctl/terminal/progress_bar.h>
 #include <tarnctl/terminal/stop_signals.h>
@@ -90,6 +91,20 @@ private:
 	progress_bar bar_{"hunting in the kernel"};
 };
 
+// A cache that the kernel has merged with an older one is known by that one's name only.
+void refuse_merged(const slab_sampler &slabs, const std::string &cache)
+{
+	if (slabs.find(cache))
+		return;
+	for (const std::string &name : slabs.merged_with(cache)) {
+		if (slabs.find(name))
+			throw unknown_cache(
+				fmt::format("the kernel has merged the cache \"{}\" with "
+					    "\"{}\": hunt in that one, where both count",
+					    cache, name));
+	}
+}
+
 } // namespace
 
 device_hunt run_device_hunt(hunt_backend &kernel, hunt_clock &clock, slab_sampler slabs,
@@ -103,6 +118,7 @@ device_hunt run_device_hunt(hunt_backend &kernel, hunt_clock &clock, slab_sample
 
 	// The first reading opens a file for each cache, which is not to count.
 	hunt.slabs.sample(clock.now());
+	refuse_merged(hunt.slabs, cache);
 	if (!cache.empty())
 		hunt.choice = target_choice::named;
 	else if (!options.automatic)
@@ -111,6 +127,7 @@ device_hunt run_device_hunt(hunt_backend &kernel, hunt_clock &clock, slab_sample
 		run_hunt(kernel, cache, [&] { hunt.tracked = phases.run_until(options.time); });
 	if (const sampled_cache *target = hunt.slabs.find(hunt.result.cache))
 		hunt.result.object_size = target->object_size;
+	hunt.merged = hunt.slabs.merged_with(hunt.result.cache);
 	return hunt;
 }
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include <tarnctl/hunt/hunt.h>
 #include <tarnctl/hunt/slab_sampler.h>
@@ -30,6 +31,7 @@ struct device_hunt {
 	target_choice choice = target_choice::module;
 	time_span observed; // before tracking; empty if the target was known
 	time_span tracked;
+	std::vector<std::string> merged; // caches whose events count as the target's
 };
 
 // The time that passes during a hunt.

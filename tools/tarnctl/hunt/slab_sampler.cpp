@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <concepts>
+#include <filesystem>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
@@ -166,6 +168,28 @@ void slab_sampler::thin()
 	for (sampled_cache &cache : caches_)
 		halve(cache.points);
 	stride_ *= 2;
+}
+
+// The name of a cache that may be merged is a link to a directory that merged caches share.
+std::vector<std::string> slab_sampler::merged_with(const std::string &cache) const
+{
+	namespace fs = std::filesystem;
+	const fs::path directory = root_ + "/sys/kernel/slab";
+	std::vector<std::string> names;
+	std::error_code error;
+	const fs::path shared = fs::read_symlink(directory / cache, error);
+
+	if (error)
+		return names;
+	for (const fs::directory_entry &entry : fs::directory_iterator(directory, error)) {
+		const std::string name = entry.path().filename();
+
+		if (name != cache && entry.is_symlink(error) &&
+		    fs::read_symlink(entry.path(), error) == shared)
+			names.push_back(name);
+	}
+	std::ranges::sort(names);
+	return names;
 }
 
 const sampled_cache *slab_sampler::find(const std::string &name) const

@@ -68,6 +68,9 @@ public:
 		return caches_;
 	}
 	const sampled_cache *find(const std::string &name) const;
+	// The other names of a cache: the kernel merges caches of equal objects, and lists all
+	// under the name of one. In alphabetical order; empty if the kernel does not say.
+	std::vector<std::string> merged_with(const std::string &cache) const;
 	std::size_t readings() const
 	{
 		return readings_;
