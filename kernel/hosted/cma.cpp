@@ -142,22 +142,33 @@ void give_back(page &p)
 		poison_page(p);
 }
 
+cma &add_area(std::string_view name, unsigned long base_pfn, unsigned long pages,
+	      unsigned order_per_bit)
+{
+	if (areas().size() == max_cma_areas)
+		throw std::invalid_argument("too many CMA areas");
+	auto area = std::unique_ptr<cma>(new cma{base_pfn, pages, order_per_bit});
+	std::ranges::copy(name.substr(0, CMA_MAX_NAME - 1), area->name.begin());
+	area->bitmap.resize((bits_of(*area) + word_bits - 1) / word_bits);
+	return *areas().emplace_back(std::move(area));
+}
+
 } // namespace
 
 cma &add_cma_area(std::string_view name, unsigned long base_pfn, unsigned long pages,
 		  unsigned order_per_bit)
 {
-	if (areas().size() == max_cma_areas)
-		throw std::invalid_argument("too many CMA areas");
 	if (pages == 0 || pages % (1UL << order_per_bit))
 		throw std::invalid_argument("a CMA area that is not whole chunks");
 	add_frames(base_pfn, pages, page_use::cma);
 	for (unsigned long pfn = base_pfn; pfn < base_pfn + pages; pfn += pageblock_pages)
 		set_migratetype(pfn, KERNEL_MIGRATE_CMA);
-	auto area = std::unique_ptr<cma>(new cma{base_pfn, pages, order_per_bit});
-	std::ranges::copy(name.substr(0, CMA_MAX_NAME - 1), area->name.begin());
-	area->bitmap.resize((bits_of(*area) + word_bits - 1) / word_bits);
-	return *areas().emplace_back(std::move(area));
+	return add_area(name, base_pfn, pages, order_per_bit);
+}
+
+cma &add_failed_cma_area(std::string_view name, unsigned long base_pfn)
+{
+	return add_area(name, base_pfn, 0, 0);
 }
 
 page *cma_alloc(cma &area, unsigned long count, unsigned align)

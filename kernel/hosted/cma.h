@@ -18,6 +18,9 @@ inline constexpr unsigned max_cma_areas = 32;
 cma &add_cma_area(std::string_view name, unsigned long base_pfn, unsigned long pages,
 		  unsigned order_per_bit = 0);
 
+// Adds an area as the kernel leaves it when it cannot activate it: without pages and bitmap.
+cma &add_failed_cma_area(std::string_view name, unsigned long base_pfn);
+
 // Allocates the first range of free chunks whose pages are all available; null on failure. A pinned
 // page makes a range busy, and the next one is tried. align is an order. Process context.
 page *cma_alloc(cma &area, unsigned long count, unsigned align = 0);

@@ -41,7 +41,8 @@ inline void tell_release(const cma &area, unsigned long pfn, unsigned long count
 class cma_test : public machine_test
 {
 protected:
-	static constexpr unsigned long base = 4096, pages = 2048, camera_base = 8192;
+	static constexpr unsigned long base = 4096, pages = 2048, camera_base = 8192,
+				       chunks_base = 16384;
 
 	static std::string show_path(const std::string &name)
 	{
@@ -80,6 +81,8 @@ protected:
 
 	cma &area = hosted::add_cma_area("linux,cma", base, pages);
 	cma &camera = hosted::add_cma_area("camera", camera_base, 512, 2);
+	cma &chunks = hosted::add_cma_area("chunks", chunks_base, 8192, 2);
+	cma &failed_area = hosted::add_failed_cma_area("failed", 24576);
 	hosted::loaded_module module;
 
 private:

@@ -35,6 +35,18 @@ protected:
 	}
 };
 
+TEST_F(cma_report, of_an_area_that_could_not_be_activated_has_no_pages)
+{
+	EXPECT_EQ(read_file(show_path("failed")), "0\n");
+	EXPECT_THAT(log_lines(log_info, "[show_brief]"),
+		    ElementsAre("[show_brief] failed valid_pfn=[24576-24575] count:0 used:0 req:0 "
+				"lasttry-pfn:0x0"));
+	set_parameter("cma_target", "failed");
+	tell_alloc(area, 5000, 1);
+	EXPECT_FALSE(cma_alloc(failed_area, 1));
+	EXPECT_THAT(log_lines(log_info, "cma warn"), IsEmpty());
+}
+
 TEST_F(cma_report, show_lists_one_area_but_sorts_all)
 {
 	EXPECT_EQ(write_file(show_path("camera"), "1"), -EACCES);

@@ -39,6 +39,14 @@ TEST_F(cma_warning, fires_once_above_the_limit)
 	EXPECT_THAT(warnings(area, 1), IsEmpty()) << "another limit does not re-arm it";
 }
 
+TEST_F(cma_warning, counts_an_area_of_chunks_in_chunks)
+{
+	set_parameter("cma_target", "chunks");
+	EXPECT_THAT(warnings(chunks, 4 * 1699), IsEmpty());
+	EXPECT_THAT(warnings(chunks, 1), IsEmpty()) << "a chunk of one page: at the limit";
+	EXPECT_THAT(warnings(chunks, 1), SizeIs(1)) << "1701 of 2048 chunks";
+}
+
 TEST_F(cma_warning, is_rearmed_by_another_target_at_its_first_allocation)
 {
 	EXPECT_THAT(warnings(area, above_limit), SizeIs(1));
