@@ -134,29 +134,33 @@ void cma_show_when_exceed(const char *target)
 	WRITE_ONCE(print_it, true);
 }
 
-// The first record that the released range belongs to, or null. Tolerated race: the kernel frees a
-// range before it reports the release. If someone takes the range again in between, the new record
-// may come first; the release then drops the new record and the range stays listed under its former
-// owner.
+// The record of the released range: the first that equals it, else the first that shares pages with
+// it, else null. The kernel frees a range before it reports the release, so newer records may cover
+// parts of it; only the equal one is certain to be the range's own. Tolerated race: if someone
+// takes exactly this range in between, the newer of two equal records goes and the range stays
+// listed under its former owner.
 struct cma_stackinfo *find_released(const char *name, unsigned long start, unsigned long end)
 	REQUIRES(cma_lock)
 {
+	struct cma_stackinfo *found = nullptr;
+
 	for (struct list_head *at = cmainfolist.next; at != &cmainfolist; at = at->next) {
 		struct cma_stackinfo *info = cma_stackinfo_of(at);
-		const bool same_edge = info->start_pfn == start || info->end_pfn == end;
-		const bool overlaps = info->start_pfn <= end && info->end_pfn >= start;
+		const bool equal = info->start_pfn == start && info->end_pfn == end;
 
 		// Page frames first: the cheapest test rules out most records.
-		if ((!same_edge && !overlaps) || info->released ||
-		    strncmp(info->name, name, CMA_MAX_NAME) != 0)
+		if (info->start_pfn > end || info->end_pfn < start || (found && !equal) ||
+		    info->released || strncmp(info->name, name, CMA_MAX_NAME) != 0)
 			continue;
-		if (!same_edge && READ_ONCE(cma_show_backtrace))
-			MEM_LOG(KERN_INFO, "__check_and_del",
-				"[%lu-%lu] overlaps existed [%lu, %lu]", start, end,
-				info->start_pfn, info->end_pfn);
-		return info;
+		if (equal)
+			return info;
+		found = info;
 	}
-	return nullptr;
+	if (found && found->start_pfn != start && found->end_pfn != end &&
+	    READ_ONCE(cma_show_backtrace))
+		MEM_LOG(KERN_INFO, "__check_and_del", "[%lu-%lu] overlaps existed [%lu, %lu]",
+			start, end, found->start_pfn, found->end_pfn);
+	return found;
 }
 
 void free_records()

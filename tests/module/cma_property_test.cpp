@@ -47,7 +47,12 @@ class cma_property : public cma_test
 protected:
 	void model_release(const cma_range &gone)
 	{
-		const auto match = std::ranges::find_if(model, [&](const cma_range &r) {
+		auto match = std::ranges::find(model, gone);
+		if (match != model.end()) {
+			model.erase(match);
+			return;
+		}
+		match = std::ranges::find_if(model, [&](const cma_range &r) {
 			return r.area == gone.area && r.start <= gone.end && r.end >= gone.start;
 		});
 		if (match != model.end())

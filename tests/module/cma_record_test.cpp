@@ -61,6 +61,21 @@ TEST_F(cma_records, a_release_across_two_records_drops_the_first_in_the_list)
 	EXPECT_THAT(records(), ElementsAre(newest, high)) << "a listing had sorted the list";
 }
 
+// Between the free of a range and the report of its release, others may take parts of it.
+TEST_F(cma_records, a_late_release_drops_its_own_record_and_no_newer_one)
+{
+	tell_alloc(area, 5000, 8);
+	tell_alloc(area, 5000, 4);
+	tell_alloc(area, 5004, 4);
+	tell_release(area, 5000, 8);
+	EXPECT_THAT(listed(area), ElementsAre("5000-5003 4", "5004-5007 4"));
+
+	tell_alloc(area, 5000, 16);
+	tell_release(area, 5000, 4);
+	tell_release(area, 5004, 4);
+	EXPECT_THAT(listed(area), ElementsAre("5000-5015 16"));
+}
+
 TEST_F(cma_records, follow_the_allocator)
 {
 	page *first = cma_alloc(area, 1000);
