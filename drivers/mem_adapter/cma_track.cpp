@@ -20,6 +20,7 @@ constinit raw_spinlock_t cma_lock = {};
 constinit struct list_head cmainfolist = {&cmainfolist, &cmainfolist};
 
 constinit int cma_show_backtrace = 0;
+constinit unsigned int cma_unrecorded = 0;
 constinit int cma_warn_limit_permillage = 850;
 constinit char cma_default_target[] = "linux,cma";
 constinit char *cma_target = cma_default_target;
@@ -84,8 +85,10 @@ int get_cma_regions(struct cma *area, void *)
 	auto *info =
 		static_cast<cma_stackinfo *>(helper_kzalloc(sizeof(cma_stackinfo), record_gfp));
 
-	if (!info)
+	if (!info) {
+		__atomic_fetch_add(&cma_unrecorded, 1, __ATOMIC_RELAXED);
 		return;
+	}
 	memcpy(info->name, name, CMA_MAX_NAME);
 	info->start_pfn = pfn;
 	info->end_pfn = pfn + count - 1;

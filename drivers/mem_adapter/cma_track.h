@@ -43,6 +43,8 @@ extern raw_spinlock_t cma_lock;
 extern struct list_head cmainfolist GUARDED_BY(cma_lock);
 
 extern int cma_show_backtrace;
+// Ranges allocated since the module was loaded that there was no memory to record.
+extern unsigned int cma_unrecorded;
 extern int cma_warn_limit_permillage;
 // A change frees the old string only after an RCU grace period: a probe reads the pointer once and
 // may use the string until it returns.

@@ -30,6 +30,7 @@
 	X(specified_target, specified_target, charp, 0644)                                         \
 	X(vmalloc_track_flag, vmalloc_track_flag, int, 0644)                                       \
 	X(cma_show_backtrace, cma_show_backtrace, int, 0644)                                       \
+	X(cma_unrecorded, cma_unrecorded, uint, 0444)                                              \
 	X(cma_warn_limit_permillage, cma_warn_limit_permillage, int, 0644)                         \
 	X(cma_target, cma_target, charp_rcu, 0644)                                                 \
 	X(abort_madvise, abort_madvise_opt, uint, 0644)                                            \

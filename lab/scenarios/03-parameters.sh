@@ -10,6 +10,7 @@ cat >wanted <<END
 644 abort_madvise 0
 644 cma_show_backtrace 0
 644 cma_target linux,cma
+444 cma_unrecorded 0
 644 cma_warn_limit_permillage 850
 444 memtrack_init_state 0
 444 netlink_init 0

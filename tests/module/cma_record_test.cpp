@@ -111,6 +111,8 @@ TEST_F(cma_records, out_of_memory_costs_the_record_or_its_stack)
 		const fault_scope fail("stack_depot_save");
 		alloc_in_interrupt(5020);
 	}
+	EXPECT_EQ(parameter("cma_unrecorded"), "1\n");
+	EXPECT_EQ(set_parameter("cma_unrecorded", "0"), -EACCES);
 	EXPECT_THAT(log_lines(log_warning), IsEmpty()) << "the kernel does not dump the stack";
 	EXPECT_THAT(log_lines(log_info, "[add_cma_stackinfo]"),
 		    ElementsAre("[add_cma_stackinfo] linux,cma [5000-5003] add",

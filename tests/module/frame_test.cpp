@@ -26,7 +26,7 @@ protected:
 
 TEST_F(frame, has_its_parameters_and_exports)
 {
-	EXPECT_EQ(module.image().params.size(), 18u);
+	EXPECT_EQ(module.image().params.size(), 19u);
 	for (const char *state : {"netlink_init", "memtrack_init_state"})
 		EXPECT_EQ(set_parameter(state, "1"), -EACCES);
 	EXPECT_EQ(module.image().exports.size(), 34u);
