@@ -140,6 +140,17 @@ equal "map" "$(sed -n 's/^  *[0-9]*  \([.#+x?]*\)$/\1/p' picture | tr -d '\n')" 
 			printf four == 15 ? "#" : four ? "+" : "."
 		}
 	}')"
+
+# Without a name, every area is shown.
+equal "areas" "$(tarnctl cma | sed -n 's/^CMA area //p' | tr '\n' ' ')" "camera linux,cma "
+
+# An untracked page is older than the module, unless the module had no memory to record it.
+equal "unrecorded ranges" "$(cat "$parameters/cma_unrecorded")" 0
+unload tarn_mem_adapter
+load tarn_mem_adapter
+tarnctl cma camera >picture
+in_picture "  tracked  0 pages in 0 ranges; $used pages used but not tracked: allocated before the module was loaded"
+
 for area in linux,cma camera; do
 	# Free everything that these files allocated; the kernel's own allocations remain.
 	field $area count >$cma/$area/free

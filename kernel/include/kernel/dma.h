@@ -23,7 +23,7 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Whether an IOMMU driver has claimed the device, that is, whether its iommu pointer is set. */
+/* Whether the device's iommu pointer is set: it is behind an IOMMU, whichever driver serves that. */
 bool helper_device_has_iommu(const struct device *dev);
 
 KERNEL_C_END
