@@ -22,7 +22,9 @@ std::string bytes_text(std::uint64_t bytes)
 
 std::string rate_text(double bytes_per_second)
 {
-	return "+" + bytes_text(static_cast<std::uint64_t>(std::max(0.0, bytes_per_second))) + "/s";
+	const auto bytes = static_cast<std::uint64_t>(std::max(0.0, bytes_per_second));
+
+	return fmt::format("+{}/s", bytes_text(bytes));
 }
 
 std::string per_second_text(double objects)
@@ -78,7 +80,8 @@ std::string wrapped(const std::string &text, std::size_t indent, std::size_t col
 			end = text.find(' ', end + 1);
 		end = std::min(end, text.size());
 		if (column != indent && column + 1 + (end - at) > columns) {
-			out += "\n" + std::string(indent, ' ');
+			out += '\n';
+			out.append(indent, ' ');
 			column = indent;
 		}
 		if (column != indent) {
