@@ -92,3 +92,9 @@ leak kept file 90 closed >/dev/null
 memcheck off slab
 memcheck read >text
 grep -q '(90/.* kept\]$' text || fail "no longer tracked: $(cat text)"
+
+# A cache with objects as large as the tracker's nodes is a target like any other: the kernel does
+# not merge the two. It may be merged with a third one, whose name the hunt then tells.
+if ! tarnctl hunt --device /dev/tarn_memcheck --cache vmap_area --seconds 1 >hunted 2>errors; then
+	grep -q 'merged the cache "vmap_area" with' errors || fail "vmap_area: $(cat errors)"
+fi
