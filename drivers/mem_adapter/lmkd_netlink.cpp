@@ -4,6 +4,9 @@
 // Locks: channel_lock, a mutex, serialises opening and closing and protects writes of sk. Inside it
 // only the locks of the kernel's socket calls are taken. Notifications take no lock: they read sk
 // in an RCU read section, and closing waits for those sections before it releases the socket.
+// Closing does not wait for the input callback of a process's datagram, which may therefore store
+// its port after the channel has closed. That is harmless: the module's memory stays, since the
+// process's socket keeps the module loaded, and the next handshake overwrites the port.
 #include <kernel/atomic.h>
 #include <kernel/mutex.h>
 #include <kernel/netlink.h>

@@ -18,6 +18,7 @@
 #include <hosted/engine/fault.h>
 #include <hosted/engine/judge.h>
 #include <hosted/engine/leftovers.h>
+#include <hosted/engine/loader.h>
 #include <hosted/engine/opaque.h>
 #include <kernel/netlink.h>
 
@@ -27,7 +28,7 @@ struct net {
 struct sock {
 	int unit;
 	void (*input)(sk_buff *skb);
-	unsigned running; // input callbacks; guarded by the network's lock
+	const struct module *owner; // null for the kernel's own
 };
 
 // A heap buffer of the exact size, so that reads past the datagram are detected.
@@ -48,9 +49,6 @@ constexpr std::size_t align(std::size_t length)
 	return (length + 3) & ~std::size_t{3};
 }
 
-// The kernel socket whose input callback this thread is running.
-thread_local const sock *in_input;
-
 } // namespace
 
 // All sockets of all units, and the buffers that the module holds.
@@ -63,23 +61,20 @@ public:
 		return network;
 	}
 
-	sock *create(int unit, void (*input)(sk_buff *skb))
+	sock *create(int unit, void (*input)(sk_buff *skb), const struct module *owner)
 	{
 		const std::lock_guard guard(lock_);
 		if (unit < 0 || unit >= static_cast<int>(kernel_.size()) || kernel_[unit])
 			return nullptr;
-		kernel_[unit] = std::make_unique<sock>(sock{unit, input, 0});
+		kernel_[unit] = std::make_shared<sock>(sock{unit, input, owner});
 		return kernel_[unit].get();
 	}
 
+	// Does not wait for input callbacks: each holds a reference, and goes on.
 	void release(const sock *sk)
 	{
-		std::unique_lock guard(lock_);
-		std::unique_ptr<sock> &slot = kernel_[unit_of(sk)];
-		if (in_input == sk)
-			judge_stop("deadlock", "a netlink socket is released by its own callback");
-		const std::unique_ptr<sock> gone = std::move(slot);
-		changed_.wait(guard, [&] { return gone->running == 0; });
+		const std::lock_guard guard(lock_);
+		kernel_[unit_of(sk)].reset();
 	}
 
 	int send(const sock *from, std::unique_ptr<sk_buff> skb, std::uint32_t port, bool nonblock)
@@ -109,34 +104,36 @@ public:
 	// Runs the input callback of a unit's kernel socket on a buffer that the kernel keeps.
 	int input(int unit, sk_buff &skb)
 	{
-		sock *sk = nullptr;
+		std::shared_ptr<const sock> sk;
 		{
 			const std::lock_guard guard(lock_);
-			sk = kernel_[unit].get();
+			sk = kernel_[unit];
 			if (!sk || !sk->input)
 				return -ECONNREFUSED;
-			++sk->running;
+			running_++;
 		}
 		const auto length = static_cast<int>(skb.len);
 		{
 			const callback_check check("netlink input");
-			const sock *outer = std::exchange(in_input, sk);
 			sk->input(&skb);
-			in_input = outer;
 		}
 		const std::lock_guard guard(lock_);
-		--sk->running;
-		changed_.notify_all();
+		running_--;
 		return length;
 	}
 
-	void bind(int unit, std::uint32_t port, std::size_t capacity)
+	// Returns the module that the process's socket keeps loaded, if any.
+	const struct module *bind(int unit, std::uint32_t port, std::size_t capacity)
 	{
 		const std::lock_guard guard(lock_);
-		if (unit < 0 || unit >= static_cast<int>(kernel_.size()) || port == 0 ||
-		    !ports_.try_emplace({unit, port}, queue{{}, capacity}).second)
+		if (unit < 0 || unit >= static_cast<int>(kernel_.size()) || !kernel_[unit])
+			throw std::invalid_argument("no kernel socket of netlink unit " +
+						    std::to_string(unit));
+		const struct module *owner = kernel_[unit]->owner;
+		if (port == 0 || !ports_.try_emplace({unit, port}, queue{{}, capacity}).second)
 			throw std::invalid_argument("netlink port " + std::to_string(port) +
 						    " cannot be bound");
+		return owner && try_module_get(owner) ? owner : nullptr;
 	}
 
 	void unbind(int unit, std::uint32_t port)
@@ -184,6 +181,8 @@ public:
 			if (sk)
 				lines.push_back("netlink socket of unit " +
 						std::to_string(sk->unit));
+		if (running_ != 0)
+			lines.push_back(std::to_string(running_) + " netlink input callback(s)");
 		if (!handed_out_.empty())
 			lines.push_back(std::to_string(handed_out_.size()) + " netlink buffer(s)");
 		return lines;
@@ -207,8 +206,9 @@ private:
 	}
 
 	std::mutex lock_;
-	std::condition_variable changed_; // a callback ended, a queue has room, a port closed
-	std::array<std::unique_ptr<sock>, 32> kernel_;
+	std::condition_variable changed_; // a queue has room, a port closed
+	std::array<std::shared_ptr<sock>, 32> kernel_;
+	unsigned running_ = 0; // input callbacks
 	std::map<std::pair<int, std::uint32_t>, queue> ports_;
 	std::unordered_map<const sk_buff *, std::unique_ptr<sk_buff>> handed_out_;
 };
@@ -225,14 +225,15 @@ struct config {
 } // namespace
 
 netlink_socket::netlink_socket(int unit, std::uint32_t port, std::size_t capacity)
-	: unit_(unit), port_(port)
+	: unit_(unit), port_(port), owner_(netlink_network::get().bind(unit, port, capacity))
 {
-	netlink_network::get().bind(unit, port, capacity);
 }
 
 netlink_socket::~netlink_socket()
 {
 	netlink_network::get().unbind(unit_, port_);
+	if (owner_)
+		module_put(owner_);
 }
 
 int netlink_socket::send(std::span<const std::byte> datagram)
@@ -258,14 +259,14 @@ void helper_netlink_cfg_set_input(struct netlink_kernel_cfg *cfg,
 	hosted::store_opaque(cfg, hosted::config{input});
 }
 
-struct sock *__netlink_kernel_create(struct net *, int unit, struct module *,
+struct sock *__netlink_kernel_create(struct net *, int unit, struct module *owner,
 				     struct netlink_kernel_cfg *cfg)
 {
 	hosted::might_sleep("netlink_kernel_create");
 	if (hosted::should_fail("netlink_kernel_create"))
 		return nullptr;
 	const auto config = hosted::load_opaque<hosted::config>(cfg);
-	return netlink_network::get().create(unit, config.input);
+	return netlink_network::get().create(unit, config.input, owner);
 }
 
 void netlink_kernel_release(struct sock *sk)

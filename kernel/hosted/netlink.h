@@ -8,14 +8,18 @@
 #include <span>
 #include <vector>
 
+struct module;
+
 namespace hosted
 {
 
-// A user process's socket, bound to a port of a unit during its lifetime. Thread safe.
+// A user process's socket, bound to a port of a unit during its lifetime. It keeps the module
+// loaded that offers the unit, even when that module has released its own socket. Thread safe.
 class netlink_socket
 {
 public:
-	// The receive queue holds capacity datagrams. Throws if the port is 0 or taken.
+	// The receive queue holds capacity datagrams. Throws if the port is 0 or taken, or if no
+	// kernel socket offers the unit.
 	netlink_socket(int unit, std::uint32_t port, std::size_t capacity = 64);
 	~netlink_socket();
 	netlink_socket(const netlink_socket &) = delete;
@@ -30,6 +34,7 @@ public:
 private:
 	const int unit_;
 	const std::uint32_t port_;
+	const struct module *owner_;
 };
 
 } // namespace hosted

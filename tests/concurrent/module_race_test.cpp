@@ -2,9 +2,11 @@
 // Start and stop of the module, its channel and its controls while the kernel is busy.
 #include <tests/module/fixture.h>
 
+#include <array>
 #include <set>
 
 #include <hosted/engine/clock.h>
+#include <hosted/netlink.h>
 #include <hosted/vmalloc.h>
 #include <hosted/vmstat.h>
 #include <platform/hosted/ember.h>
@@ -25,7 +27,9 @@ TEST_F(module_race, notifications_while_the_channel_opens_and_closes)
 {
 	auto *notify = exported<int(unsigned)>("lmkd_notify");
 	std::set<u32> arrived;
+	ASSERT_EQ(exported<int()>("tarn_memory_netlink_init")(), 0);
 	platform::lmkd daemon(77, 1 << 20);
+	hosted::netlink_socket other(31, 78);
 
 	crew notifiers;
 	notifiers.add(2, [&] { notify(8); });
@@ -33,6 +37,8 @@ TEST_F(module_race, notifications_while_the_channel_opens_and_closes)
 		const context_scope in(context_kind::softirq);
 		notify(16);
 	});
+	// The kernel does not wait for its callback when the channel closes.
+	notifiers.add(1, [&] { other.send(std::array<std::byte, 4>{}); });
 	for (int round = 0; round < 40; round++) {
 		ASSERT_EQ(exported<int()>("tarn_memory_netlink_init")(), 0);
 		ASSERT_EQ(daemon.handshake(), 0);
@@ -107,7 +113,6 @@ TEST_F(module_reload, whole_lives_of_the_module_under_traffic)
 	kmem_cache *cache = add_cache("victim", 64);
 	set_totalram(1200); // always above the leak thresholds
 	set_node_stat(KERNEL_NR_SLAB_UNRECLAIMABLE_B, 1 << 20);
-	platform::lmkd daemon(77);
 	crew traffic;
 	traffic.add(2, [&] { slab_traffic(*cache, 40); });
 	crew mapper;
@@ -120,6 +125,7 @@ TEST_F(module_reload, whole_lives_of_the_module_under_traffic)
 		loaded_module module({"specified_target=victim"});
 		platform::client client(module);
 		ASSERT_EQ(client.start().memtrack, 0);
+		platform::lmkd daemon(77); // keeps the module loaded
 		EXPECT_EQ(daemon.handshake(), 0);
 		advance(7501); // an earlier notification may have used up the interval
 		for (const u32 type : {MEMTYPE_SLUB, MEMTYPE_VMALLOC})

@@ -151,8 +151,8 @@ TEST_F(rules_death, a_callback_leaves_nothing_behind_and_does_not_wait_for_itsel
 	stops([&] { run_timer(); }, "timer", [&] { timer_delete_sync(&timer); }, "itself to end");
 	stops([&] { run_work(); }, "work item", [&] { cancel_work_sync(&work); }, "itself to end");
 	stops([&] { run_thread(); }, "thread", [&] { kthread_stop(thread); }, "itself to end");
-	stops([&] { run_input(); }, "netlink input", [&] { netlink_kernel_release(socket); },
-	      "released by its own callback");
+	body = helper_rcu_read_lock;
+	EXPECT_DEATH(run_input(), "left behind by a callback: netlink input began");
 	stops([&] { run_handler(); }, "sysfs handler", [&] { kobject_put(directory); },
 	      "removed by a handler of its own");
 	stops([&] { run_notifier(); }, "vmap purge notifier",

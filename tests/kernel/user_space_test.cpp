@@ -165,6 +165,18 @@ TEST_F(netlink, a_unicast_returns_what_became_of_it)
 	sender.join();
 }
 
+TEST_F(netlink, a_release_does_not_wait_for_callbacks)
+{
+	netlink_socket process(unit, port);
+	on_input = [&, this](sk_buff *) {
+		netlink_kernel_release(sk);
+		EXPECT_EQ(process.send({}), -ECONNREFUSED);
+	};
+	EXPECT_EQ(process.send(std::array<std::byte, 16>{}), 0);
+	EXPECT_THROW(netlink_socket(unit, port + 1), std::invalid_argument) << "no such protocol";
+	sk = __netlink_kernel_create(&init_net, unit, nullptr, &cfg_);
+}
+
 using user_memory = kernel_test;
 
 TEST_F(user_memory, copies_stop_at_the_end_and_at_the_first_fault)

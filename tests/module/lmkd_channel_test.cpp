@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The netlink channel to lmkd, from both ends.
 #include <array>
+#include <optional>
 #include <span>
 
 #include <hosted/netlink.h>
@@ -49,6 +50,17 @@ TEST_F(lmkd_channel, notifications_go_to_the_last_handshake)
 	EXPECT_THAT(log_lines(log_info, "4242"),
 		    ElementsAre("[tarn_netlink_lmkd_ready] NETLINK_LMKD_INIT: lmkd_nl_pid: 4242\n",
 				"[lmkd_notify] port:4242 type: 18, value: 2271560481, ret: 0\n"));
+}
+
+TEST_F(machine_test, an_open_netlink_socket_of_a_process_keeps_the_module_loaded)
+{
+	hosted::loaded_module module;
+	module.symbol<int()>("tarn_memory_netlink_init")();
+	std::optional<hosted::netlink_socket> process(std::in_place, unit, 200);
+	module.symbol<void()>("tarn_memory_netlink_exit")();
+	EXPECT_EQ(module.unload(), -EAGAIN) << "its callback may still run";
+	process.reset();
+	EXPECT_EQ(module.unload(), 0);
 }
 
 TEST_F(lmkd_channel, only_a_handshake_at_the_start_of_a_datagram_counts)

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // vmalloc tracking: notifications of growth and exhaustion, and stacks in the kernel's listing.
+#include <optional>
+
 #include <fmt/format.h>
 #include <hosted/engine/callstack.h>
 #include <hosted/engine/clock.h>
@@ -20,7 +22,8 @@ protected:
 	void SetUp() override
 	{
 		start();
-		daemon_.handshake();
+		daemon_.emplace(100);
+		daemon_->handshake();
 		ASSERT_GT(set_parameter("vmalloc_leak_k", "4096"), 0);
 	}
 	// Returns the notifications when an area is set up while so many pages are in use.
@@ -40,11 +43,11 @@ protected:
 	}
 	long notified()
 	{
-		return std::ranges::count(daemon_.collect(), 16u,
+		return std::ranges::count(daemon_->collect(), 16u,
 					  &platform::lmkd_notification::value);
 	}
 
-	platform::lmkd daemon_{100};
+	std::optional<platform::lmkd> daemon_;
 };
 
 TEST_F(vmalloc_track, growth_notifies_at_the_threshold_once_per_interval)

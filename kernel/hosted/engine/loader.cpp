@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <dlfcn.h>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <sys/mman.h>
@@ -27,6 +28,10 @@ namespace
 {
 
 constinit std::atomic<bool> slot_taken{false};
+
+// The module that is loaded, for those that know only its own object.
+constinit std::mutex current_lock;
+constinit loaded_module *current = nullptr;
 
 constinit lock_class_key param_lock_key{};
 
@@ -85,10 +90,13 @@ loaded_module::loaded_module(const std::vector<std::string> &arguments,
 		const callback_check check("the module's init");
 		status_ = image_->init();
 	}
-	if (status_ < 0)
+	if (status_ < 0) {
 		release();
-	else
-		users_ = 0;
+		return;
+	}
+	const std::lock_guard guard(current_lock);
+	users_ = 0;
+	current = this;
 }
 
 loaded_module::~loaded_module()
@@ -103,6 +111,10 @@ int loaded_module::unload()
 	int users = 0;
 	if (!users_.compare_exchange_strong(users, gone))
 		return users == gone ? -ENOENT : -EAGAIN;
+	{
+		const std::lock_guard guard(current_lock);
+		current = nullptr;
+	}
 	{
 		const callback_check check("the module's exit");
 		image_->exit();
@@ -125,6 +137,20 @@ void loaded_module::put()
 {
 	if (users_.fetch_sub(1) <= 0)
 		judge_stop("module use count", "put() without a matching get()");
+}
+
+bool try_module_get(const struct ::module *owner)
+{
+	const std::lock_guard guard(current_lock);
+	return current && current->image_->self == owner && current->get();
+}
+
+void module_put(const struct ::module *owner)
+{
+	const std::lock_guard guard(current_lock);
+	if (!current || current->image_->self != owner)
+		judge_stop("module use count", "put() of a module that is not loaded");
+	current->put();
 }
 
 const module_export *loaded_module::find_export(std::string_view name) const

@@ -72,6 +72,9 @@ private:
 	[[nodiscard]] void *find_internal(const char *name) const;
 	void release();
 
+	friend bool try_module_get(const struct ::module *owner);
+	friend void module_put(const struct ::module *owner);
+
 	int status_;
 	std::string path_;
 	void *handle_ = nullptr;
@@ -80,5 +83,10 @@ private:
 	std::atomic<int> users_ = gone; // gone, or the number of users
 	static constexpr int gone = -1;
 };
+
+// Adds a user to a module, named by its own object, or removes one. Get returns false if the module
+// is not loaded, or about to go. Context: any.
+bool try_module_get(const struct ::module *owner);
+void module_put(const struct ::module *owner);
 
 } // namespace hosted
