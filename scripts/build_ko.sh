@@ -54,7 +54,9 @@ make -C "$kernel" M="$out" "$@" $target >"$log" 2>&1 || {
 grep -A 3 'warning:' "$log" >&2 || true
 
 # The kernel's loader knows no global offset table, so it would refuse such a module.
-for module in "$out"/*.ko; do
+built=("$out"/*.ko)
+[ $target = modules ] || built=("$out/$target")
+for module in "${built[@]}"; do
 	if readelf -rW "$module" | grep 'R_AARCH64_[A-Z0-9_]*GOT' >&2; then
 		echo "build_ko: $(basename "$module") addresses a symbol through a global offset" \
 			"table, which the kernel refuses to load" >&2
