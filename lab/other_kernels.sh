@@ -29,7 +29,7 @@ for package; do
 		esac
 		tree=$("$lab/prepare_tree.sh" "$package" $tools)
 		objects=$out/${package#linux-source-}-$tools
-		"$lab/../scripts/build_ko.sh" --objects "$tree" "$objects" ARCH=arm64 $flags \
+		"$lab/../scripts/build_ko.sh" --objects "$tree" "$objects" ARCH=arm64 "$flags" \
 			TARN_PLATFORM=n || {
 			status=1
 			continue

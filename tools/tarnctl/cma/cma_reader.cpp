@@ -61,14 +61,15 @@ std::optional<cma_report> request_report(const std::string &name, const std::str
 		reader.add(record);
 	};
 	// The report may be larger than the log, so it is read while it is written.
-	std::packaged_task<void(std::stop_token)> follow([&log, &take](std::stop_token stop) {
-		while (!stop.stop_requested()) {
-			if (const auto record = log.next())
-				take(*record);
-			else
-				std::this_thread::sleep_for(std::chrono::milliseconds(1));
-		}
-	});
+	std::packaged_task<void(std::stop_token)> follow(
+		[&log, &take](const std::stop_token &stop) {
+			while (!stop.stop_requested()) {
+				if (const auto record = log.next())
+					take(*record);
+				else
+					std::this_thread::sleep_for(std::chrono::milliseconds(1));
+			}
+		});
 	std::future<void> followed = follow.get_future();
 	std::jthread follower(std::move(follow));
 
