@@ -7,10 +7,11 @@
 # time) or phone (more processors). --tags: a processor with memory tags. --shell: open a shell in a
 # guest with everything loaded. --out: directory for the consoles (default build/lab).
 #
-# Up to four guests run side by side. A scenario chooses its guest ("# lane: 2", default 1).
+# Up to five guests run side by side. A scenario chooses its guest ("# lane: 2", default 1), and may
+# run on one flavour only ("# kernel: phone").
 # Scenarios that mostly wait share guests of their own, since the machine may have only two
 # processors. The fourth guest has memory above the first 4 GiB of addresses, and therefore zones
-# above the one for 32-bit devices.
+# above the one for 32-bit devices. The fifth has a contiguous area for huge pages.
 set -euo pipefail
 
 usage() {
@@ -143,6 +144,8 @@ declare -A lane_of=() runs=()
 for script in "$lab"/scenarios/[0-9]*.sh; do
 	name=$(basename "$script" .sh)
 	wanted "$name" "$@" || continue
+	only=$(sed -n 's/^# kernel: //p' "$script")
+	[ "${only:-$flavour}" = "$flavour" ] || continue
 	lane=$(sed -n 's/^# lane: //p' "$script")
 	lane=${lane:-1}
 	scenarios+=("$name")
@@ -178,6 +181,11 @@ run_lanes() {
 					case $lane in
 					1) arguments+=" slab_nomerge" ;;
 					3) processors=8 ;;
+					5)
+						# An area of this kind starts at a gigabyte.
+						memory=3072
+						arguments+=" hugetlb_cma=1G"
+						;;
 					esac
 				fi
 				boot "lane$lane" "lab_lane=$lane" "lab_run=${runs[$lane]}"
