@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Cost of the CMA probes, the pin probes and the abort hooks. The plain side of the CMA probes is a
-// lower bound for the same bookkeeping: the same walk over an array of the same records, without a
-// lock, an allocation or a stack capture.
+// Cost of the CMA probes, listings, the pin probes and the abort hooks. The plain side of the CMA
+// probes is the plain bookkeeping: a walk over an array of the same records, without a lock, an
+// allocation or a stack capture.
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <random>
+#include <stdexcept>
 
 #include <cma_track.h>
 #include <fmt/format.h>
 #include <hosted/cma.h>
 #include <hosted/core_tracepoints.h>
 #include <hosted/engine/callstack.h>
+#include <hosted/engine/irqs_off.h>
+#include <hosted/engine/log.h>
 #include <hosted/kprobes.h>
 #include <hosted/pins.h>
+#include <hosted/sysfs.h>
 
 #include "rig.h"
 
@@ -21,9 +26,10 @@ namespace bench
 namespace
 {
 
-constexpr unsigned long area_pages = 32768;
+constexpr unsigned long area_pages = 262144;
 constexpr unsigned long range_pages = 2;
 constexpr std::size_t batch = 256;
+constexpr std::size_t many = 100000;
 
 // The module's records. The area is not the target, so its usage is neither counted nor reported.
 class cma_rig
@@ -39,11 +45,30 @@ public:
 	{
 		trace_cma_release(name_, pfn, nullptr, range_pages);
 	}
+	// The listing of this many records, without the listing's text.
+	void list(std::size_t records)
+	{
+		std::size_t lines = 0;
+		std::string text;
+		const hosted::log_watch counted([&](const std::string &line) {
+			lines += line.find("show_info") != std::string::npos;
+		});
+
+		hosted::read_file("/sys/kernel/debug/tarn_cma/camera/show", text);
+		hosted::take_log();
+		if (lines < records)
+			throw std::runtime_error("records are missing from the listing");
+	}
+	// Unloads the module, which frees its records.
+	void unload()
+	{
+		module_.reset();
+	}
 
 private:
 	hosted::machine machine_;
 	const char *name_ = helper_cma_name(&hosted::add_cma_area("camera", 0, area_pages));
-	hosted::loaded_module module_;
+	std::optional<hosted::loaded_module> module_{std::in_place};
 	// As deep as the stack of a driver's allocation.
 	const std::vector<unsigned long> stack_ = [] {
 		constexpr int depth = 12;
@@ -165,6 +190,24 @@ void cma_alloc_and_release(benchmark::State &state, Rig &r, std::size_t live)
 		});
 }
 
+// Adds a row with the longest time that a part of the module kept interrupts off.
+template <class Part>
+void irqs_off(benchmark::State &state, cma_rig &r, Part part)
+{
+	live_ranges<cma_rig> ranges(r, many);
+	std::chrono::nanoseconds longest{};
+
+	measure(
+		state, 1, CLOCK_THREAD_CPUTIME_ID, [] {},
+		[&] {
+			const hosted::irqs_off_timer timer;
+
+			part(r, ranges);
+			longest = std::max(longest, timer.longest("cma_lock"));
+		});
+	state.counters["irqs_off"] = static_cast<double>(longest.count());
+}
+
 // A kernel whose first pageblock is CMA, with or without the module.
 template <bool loaded>
 class kernel_rig
@@ -224,7 +267,7 @@ void add_loaded_and_not(const std::string &row, Run run)
 
 void add_cma_benchmarks()
 {
-	for (const std::size_t live : {10, 1000, 10000}) {
+	for (const std::size_t live : {std::size_t{10}, std::size_t{1000}, many}) {
 		const std::string row = fmt::format(", {} live", live);
 		const auto alloc = [=](benchmark::State &state, auto &r) {
 			cma_alloc(state, r, live);
@@ -238,6 +281,17 @@ void add_cma_benchmarks()
 		add<cma_rig>("cma alloc and release" + row, both);
 		add<array_rig>("cma alloc and release" + row, both);
 	}
+	using ranges = live_ranges<cma_rig>;
+	const auto add_part = [](const std::string &part, auto run) {
+		add<cma_rig>(
+			fmt::format("cma {}, {} live", part, many),
+			[=](benchmark::State &state, cma_rig &r) { irqs_off(state, r, run); }, 1);
+	};
+
+	add_part("batch of releases",
+		 [](cma_rig &, ranges &live) { repeat(batch, [&] { live.release_any(); }); });
+	add_part("listing", [](cma_rig &r, ranges &) { r.list(many); });
+	add_part("unload", [](cma_rig &r, ranges &) { r.unload(); });
 	struct unreported {
 		const char *reason;
 		const char *comm;

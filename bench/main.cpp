@@ -87,6 +87,8 @@ void report::ReportRuns(const std::vector<Run> &runs)
 				  run.counters.at("instructions")};
 		if (run.counters.contains("locked"))
 			at(name + ", lock held", side) = {run.counters.at("locked"), 0};
+		if (run.counters.contains("irqs_off"))
+			at(name + ", irqs off", side) = {run.counters.at("irqs_off"), 0};
 	}
 }
 
@@ -94,12 +96,12 @@ void report::print(const std::string &json_path) const
 {
 	nlohmann::json all = nlohmann::json::array();
 
-	fmt::print("{:<36} {:>9} {:>7} {:>9} {:>7} {:>6} {:>11}\n", "", "time", "instr.",
+	fmt::print("{:<44} {:>9} {:>7} {:>9} {:>7} {:>6} {:>11}\n", "", "time", "instr.",
 		   "plain way", "instr.", "ratio", "a second");
 	for (const auto &[name, r] : rows_) {
 		const double ratio = r.plain.time > 0 ? r.ours.time / r.plain.time : 0;
 
-		fmt::print("{:<36} {:>9} {:>7} {:>9} {:>7} {:>6} {:>11.0f}\n", name,
+		fmt::print("{:<44} {:>9} {:>7} {:>9} {:>7} {:>6} {:>11.0f}\n", name,
 			   text_of_time(r.ours.time), text_of_instructions(r.ours),
 			   text_of_time(r.plain.time), text_of_instructions(r.plain),
 			   ratio > 0 ? fmt::format("{:.2f}", ratio) : "", 1e9 / r.ours.time);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-only
 #include <algorithm>
+#include <ctime>
 #include <hosted/engine/irqs_off.h>
 #include <hosted/engine/lockdep.h>
 #include <hosted/engine/opaque.h>
@@ -29,6 +30,14 @@ struct spinlock {
 spinlock &real(raw_spinlock_t *lock)
 {
 	return opaque_cast<spinlock>(lock);
+}
+
+std::chrono::nanoseconds processor_time()
+{
+	timespec now = {};
+
+	clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+	return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
 inline void pause()
@@ -114,7 +123,7 @@ bool holds(const raw_spinlock_t &lock)
 	return spin.owner.load(std::memory_order_relaxed) == &self();
 }
 
-irqs_off_timer::irqs_off_timer()
+irqs_off_timer::irqs_off_timer() : longest_(max_lock_classes)
 {
 	timer = this;
 }
@@ -124,14 +133,30 @@ irqs_off_timer::~irqs_off_timer()
 	timer = nullptr;
 }
 
-void irqs_off_timer::begin()
+std::chrono::nanoseconds irqs_off_timer::longest() const
 {
-	began_ = std::chrono::steady_clock::now();
+	return std::ranges::max(longest_);
+}
+
+std::chrono::nanoseconds irqs_off_timer::longest(std::string_view lock_class) const
+{
+	std::chrono::nanoseconds found{};
+
+	for (unsigned i = 0; i < longest_.size(); i++)
+		if (longest_[i] > found && lock_class_name(i) == lock_class)
+			found = longest_[i];
+	return found;
+}
+
+void irqs_off_timer::begin(unsigned lock_class)
+{
+	lock_class_ = lock_class;
+	began_ = processor_time();
 }
 
 void irqs_off_timer::end()
 {
-	longest_ = std::max(longest_, std::chrono::steady_clock::now() - began_);
+	longest_[lock_class_] = std::max(longest_[lock_class_], processor_time() - began_);
 }
 
 } // namespace hosted
@@ -150,7 +175,7 @@ unsigned long _raw_spin_lock_irqsave(raw_spinlock_t *lock) NO_THREAD_SAFETY_ANAL
 
 	check_before_taking(ctx, real(lock));
 	if (timer && !flags) [[unlikely]]
-		timer->begin();
+		timer->begin(real(lock).lock_class);
 	ctx.irqs_off = true;
 	take(ctx, lock);
 	return flags;

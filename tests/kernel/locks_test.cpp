@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // Spinlocks, mutexes, contexts and RCU, and the misuse that the judge stops.
 #include <atomic>
+#include <chrono>
+#include <ctime>
 #include <memory>
+#include <thread>
 
+#include <hosted/engine/irqs_off.h>
 #include <hosted/engine/judge.h>
 #include <kernel/preempt.h>
 
@@ -104,6 +108,36 @@ TEST_F(contexts, nest_as_on_a_cpu_and_forbid_sleep)
 	}
 	EXPECT_DEATH(helper_rcu_read_unlock(), "no read section is open");
 	might_sleep("call");
+}
+
+TEST_F(contexts, time_with_interrupts_off_counts_for_the_lock_that_turned_them_off)
+{
+	using namespace std::chrono_literals;
+	test_spinlock outer, inner;
+	outer.init("outer");
+	inner.init("inner");
+	const auto work = [](std::chrono::nanoseconds time) {
+		const std::clock_t start = std::clock(); // counts microseconds
+		while (std::chrono::microseconds(std::clock() - start) < time)
+			;
+	};
+	const irqs_off_timer timer;
+	work(20ms);
+	{
+		const irqsave_guard off(outer.lock);
+		const irqsave_guard still_off(inner.lock);
+		work(2ms);
+	}
+	for (int i = 0; i < 4; i++) {
+		const irqsave_guard off(inner.lock);
+		work(1ms);
+	}
+	std::this_thread::sleep_for(20ms);
+	EXPECT_GE(timer.longest("outer"), 2ms);
+	EXPECT_GE(timer.longest("inner"), 1ms);
+	EXPECT_LT(timer.longest("inner"), 4ms) << "neither their sum nor the nested one's";
+	EXPECT_LT(timer.longest(), 20ms);
+	EXPECT_EQ(timer.longest("other"), 0ms);
 }
 
 TEST_F(contexts, no_reader_sees_memory_freed_after_a_grace_period)
