@@ -1,112 +1,200 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// Implements the kernel's tree layout (the colour is bit 0 of the parent word; 1 is black) with the
-// algorithms of Boost.Intrusive. Those need a header node above the root, which the kernel does not
-// have, so each call adds a temporary one.
+// Implements the kernel's tree layout: the colour is bit 0 of the parent word, and 1 is black. An
+// augmented tree is told of each change as the kernel tells it: a node takes another's place
+// (copy), a node moves below its child (rotate), the subtrees from a node up have changed
+// (propagate).
 #include <kernel/rbtree.h>
-
-#include <boost/intrusive/rbtree_algorithms.hpp>
 
 namespace
 {
 
-struct layout {
-	using node = rb_node;
-	using node_ptr = rb_node *;
-	using const_node_ptr = const rb_node *;
-	enum color : unsigned long { red_color = 0, black_color = 1 };
+void no_propagate(rb_node *, rb_node *) {}
+void no_change(rb_node *, rb_node *) {}
 
-	static color red()
-	{
-		return red_color;
-	}
-	static color black()
-	{
-		return black_color;
-	}
-	static color get_color(const rb_node *n)
-	{
-		return color(n->__rb_parent_color & 1);
-	}
-	static void set_color(rb_node *n, color c)
-	{
-		n->__rb_parent_color = (n->__rb_parent_color & ~1UL) | c;
-	}
-	static rb_node *get_parent(const rb_node *n)
-	{
-		return reinterpret_cast<rb_node *>(n->__rb_parent_color & ~1UL);
-	}
-	static void set_parent(rb_node *n, rb_node *parent)
-	{
-		n->__rb_parent_color = reinterpret_cast<unsigned long>(parent) | get_color(n);
-	}
-	static rb_node *get_left(const rb_node *n)
-	{
-		return n->rb_left;
-	}
-	static void set_left(rb_node *n, rb_node *left)
-	{
-		n->rb_left = left;
-	}
-	static rb_node *get_right(const rb_node *n)
-	{
-		return n->rb_right;
-	}
-	static void set_right(rb_node *n, rb_node *right)
-	{
-		n->rb_right = right;
-	}
-};
+constexpr rb_augment_callbacks plain = {no_propagate, no_change, no_change};
 
-using algorithms = boost::intrusive::rbtree_algorithms<layout>;
-
-// The header node above the root during one operation.
-class header
+bool is_red(const rb_node *node)
 {
-public:
-	explicit header(rb_root &root) : root_(root)
-	{
-		layout::set_parent(&node_, root.rb_node);
-		if (root.rb_node)
-			layout::set_parent(root.rb_node, &node_);
-	}
-	~header()
-	{
-		root_.rb_node = layout::get_parent(&node_);
-		if (root_.rb_node)
-			layout::set_parent(root_.rb_node, nullptr);
-	}
-	header(const header &) = delete;
-	header &operator=(const header &) = delete;
+	return node && (node->__rb_parent_color & 1) == 0;
+}
 
-	rb_node *node()
-	{
-		return &node_;
-	}
+void set_red(rb_node *node)
+{
+	node->__rb_parent_color &= ~1UL;
+}
 
-private:
-	rb_root &root_;
-	rb_node node_ = {};
-};
+void set_black(rb_node *node)
+{
+	node->__rb_parent_color |= 1;
+}
+
+void set_parent(rb_node *node, rb_node *parent)
+{
+	node->__rb_parent_color =
+		reinterpret_cast<unsigned long>(parent) | (node->__rb_parent_color & 1);
+}
+
+// A child is chosen by its side, so that mirrored cases share their code.
+enum class side { left, right };
+
+side other(side s)
+{
+	return s == side::left ? side::right : side::left;
+}
+
+rb_node *&child(rb_node *node, side s)
+{
+	return s == side::left ? node->rb_left : node->rb_right;
+}
+
+side side_of(const rb_node *node, const rb_node *parent)
+{
+	return parent->rb_left == node ? side::left : side::right;
+}
+
+// Makes the parent, or the root, point to a node instead of to the one that it had.
+void replace_child(rb_node *parent, const rb_node *old, rb_node *node, rb_root &root)
+{
+	if (parent)
+		child(parent, side_of(old, parent)) = node;
+	else
+		root.rb_node = node;
+}
+
+// Moves a node down to a side; its child from the other side takes its place.
+void rotate(rb_node *node, side down, rb_root &root, const rb_augment_callbacks &callbacks)
+{
+	rb_node *up = child(node, other(down));
+	rb_node *moved = child(up, down);
+
+	replace_child(rb_parent(node), node, up, root);
+	set_parent(up, rb_parent(node));
+	child(node, other(down)) = moved;
+	if (moved)
+		set_parent(moved, node);
+	child(up, down) = node;
+	set_parent(node, up);
+	callbacks.rotate(node, up);
+}
+
+void insert(rb_node *node, rb_root &root, const rb_augment_callbacks &callbacks)
+{
+	set_red(node);
+	for (rb_node *parent = rb_parent(node); is_red(parent); parent = rb_parent(node)) {
+		rb_node *top = rb_parent(parent);
+		const side s = side_of(parent, top);
+		rb_node *uncle = child(top, other(s));
+
+		if (is_red(uncle)) {
+			set_black(parent);
+			set_black(uncle);
+			set_red(top);
+			node = top;
+			continue;
+		}
+		if (node == child(parent, other(s))) {
+			rotate(parent, s, root, callbacks);
+			parent = node;
+		}
+		set_black(parent);
+		set_red(top);
+		rotate(top, other(s), root, callbacks);
+		break;
+	}
+	set_black(root.rb_node);
+}
+
+// The paths through node, perhaps null, below parent have lost a black node.
+void restore_black(rb_node *node, rb_node *parent, rb_root &root,
+		   const rb_augment_callbacks &callbacks)
+{
+	while (parent && !is_red(node)) {
+		const side s = node == parent->rb_left ? side::left : side::right;
+		rb_node *sibling = child(parent, other(s));
+
+		if (is_red(sibling)) {
+			set_black(sibling);
+			set_red(parent);
+			rotate(parent, s, root, callbacks);
+			sibling = child(parent, other(s));
+		}
+		if (!is_red(sibling->rb_left) && !is_red(sibling->rb_right)) {
+			set_red(sibling);
+			node = parent;
+			parent = rb_parent(node);
+			continue;
+		}
+		if (!is_red(child(sibling, other(s)))) {
+			set_black(child(sibling, s));
+			set_red(sibling);
+			rotate(sibling, other(s), root, callbacks);
+			sibling = child(parent, other(s));
+		}
+		if (!is_red(parent))
+			set_black(sibling);
+		else
+			set_red(sibling);
+		set_black(parent);
+		set_black(child(sibling, other(s)));
+		rotate(parent, s, root, callbacks);
+		return;
+	}
+	if (node)
+		set_black(node);
+}
+
+void erase(rb_node *node, rb_root &root, const rb_augment_callbacks &callbacks)
+{
+	rb_node *gap = node; // the place that disappears has at most one child
+	if (node->rb_left && node->rb_right)
+		for (gap = node->rb_right; gap->rb_left;)
+			gap = gap->rb_left;
+	rb_node *below = gap->rb_left ? gap->rb_left : gap->rb_right;
+	rb_node *above = rb_parent(gap);
+	const bool lost_black = !is_red(gap);
+
+	replace_child(above, gap, below, root);
+	if (below)
+		set_parent(below, above);
+	if (gap != node) {
+		if (above == node)
+			above = gap;
+		*gap = *node;
+		replace_child(rb_parent(node), node, gap, root);
+		set_parent(gap->rb_left, gap);
+		if (gap->rb_right)
+			set_parent(gap->rb_right, gap);
+		callbacks.copy(node, gap);
+		if (above != gap)
+			callbacks.propagate(above, gap);
+		callbacks.propagate(gap, nullptr);
+	} else if (above) {
+		callbacks.propagate(above, nullptr);
+	}
+	if (lost_black)
+		restore_black(below, above, root, callbacks);
+}
 
 } // namespace
 
 void rb_insert_color(rb_node *node, rb_root *root)
 {
-	rb_node *parent = layout::get_parent(node);
-	const bool left = parent && parent->rb_left == node;
-	if (!parent)
-		root->rb_node = nullptr;
-	header top(*root);
-	algorithms::insert_commit_data place;
-	place.node = parent ? parent : top.node();
-	place.link_left = left;
-	algorithms::insert_unique_commit(top.node(), node, place);
+	insert(node, *root, plain);
 }
 
 void rb_erase(rb_node *node, rb_root *root)
 {
-	header top(*root);
-	algorithms::erase(top.node(), node);
+	erase(node, *root, plain);
+}
+
+void helper_rb_insert_augmented(rb_node *node, rb_root *root, const rb_augment_callbacks *callbacks)
+{
+	insert(node, *root, *callbacks);
+}
+
+void helper_rb_erase_augmented(rb_node *node, rb_root *root, const rb_augment_callbacks *callbacks)
+{
+	erase(node, *root, *callbacks);
 }
 
 rb_node *rb_first(const rb_root *root)
@@ -124,10 +212,10 @@ rb_node *rb_next(const rb_node *node)
 			next = next->rb_left;
 		return next;
 	}
-	rb_node *parent = layout::get_parent(node);
+	rb_node *parent = rb_parent(node);
 	while (parent && parent->rb_right == node) {
 		node = parent;
-		parent = layout::get_parent(node);
+		parent = rb_parent(node);
 	}
 	return parent;
 }

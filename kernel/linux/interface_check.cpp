@@ -49,6 +49,8 @@ static_assert(sizeof(rb_node) == NATIVE_SIZEOF_RB_NODE);
 static_assert(offsetof(rb_node, rb_left) == NATIVE_RB_LEFT);
 static_assert(offsetof(rb_node, __rb_parent_color) == NATIVE_RB_PARENT_COLOR);
 static_assert(sizeof(rb_root) == sizeof(void *));
+static_assert(offsetof(rb_augment_callbacks, copy) == NATIVE_RB_COPY);
+static_assert(offsetof(rb_augment_callbacks, rotate) == NATIVE_RB_ROTATE);
 
 static_assert(sizeof(list_head) == NATIVE_SIZEOF_LIST_HEAD);
 static_assert(offsetof(list_head, prev) == NATIVE_LIST_PREV);

@@ -16,7 +16,7 @@
 #include <linux/notifier.h>
 #include <linux/printk.h>
 #include <linux/ratelimit.h>
-#include <linux/rbtree.h>
+#include <linux/rbtree_augmented.h>
 #include <linux/sched.h>
 #include <linux/slab.h>
 #include <linux/socket.h>
@@ -125,6 +125,8 @@ void kernel_sizes(void)
 	DEFINE(NATIVE_SIZEOF_RB_NODE, sizeof(struct rb_node));
 	DEFINE(NATIVE_RB_LEFT, offsetof(struct rb_node, rb_left));
 	DEFINE(NATIVE_RB_PARENT_COLOR, offsetof(struct rb_node, __rb_parent_color));
+	DEFINE(NATIVE_RB_COPY, offsetof(struct rb_augment_callbacks, copy));
+	DEFINE(NATIVE_RB_ROTATE, offsetof(struct rb_augment_callbacks, rotate));
 	DEFINE(NATIVE_SIZEOF_NLMSGHDR, sizeof(struct nlmsghdr));
 	DEFINE(NATIVE_SIZEOF_LIST_HEAD, sizeof(struct list_head));
 	DEFINE(NATIVE_LIST_PREV, offsetof(struct list_head, prev));
