@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // The reports of CMA tracking, to the kernel log: a summary line, the records of an area with their
 // stacks, and the pages where an allocation failed. Locks: see cma_track.h.
-#include "cma_track.h"
+#include "cma_index.h"
 
 #include <kernel/err.h>
 #include <kernel/ratelimit.h>
@@ -22,28 +22,26 @@ constinit ratelimit_state listing_ratelimit = {};
 constinit file_operations cma_show_fops = {};
 constinit struct dentry *cma_debugfs_root = nullptr;
 
-int cmalist_compare(void *, const struct list_head *a, const struct list_head *b)
+// Returns the area's next ranked record behind a place, with a reference taken, and moves the place
+// there, or null at the end. Passes over other records, but never over many under the lock.
+struct cma_stackinfo *get_next(cma_place &place, const char *name)
 {
-	const auto *first = cma_stackinfo_of(const_cast<struct list_head *>(a));
-	const auto *second = cma_stackinfo_of(const_cast<struct list_head *>(b));
+	for (;;) {
+		const irqsave_guard guard(cma_lock);
+		struct cma_stackinfo *info = cma_index_behind(place);
 
-	return static_cast<int>(static_cast<u32>(first->start_pfn) -
-				static_cast<u32>(second->start_pfn));
-}
-
-// Returns the area's next record from a node on, with a reference taken, or null at the end of the
-// list.
-struct cma_stackinfo *get_next(struct list_head *at, const char *name) REQUIRES(cma_lock)
-{
-	for (; at != &cmainfolist; at = at->next) {
-		struct cma_stackinfo *info = cma_stackinfo_of(at);
-
-		if (info->released || strncmp(info->name, name, CMA_MAX_NAME) != 0)
-			continue;
-		atomic_inc(&info->ref);
-		return info;
+		if (!info)
+			return nullptr;
+		for (int i = 0; info && i < cma_records_at_once; i++) {
+			place = cma_place_of(*info);
+			if (cma_index_ranked(*info) &&
+			    strncmp(info->name, name, CMA_MAX_NAME) == 0) {
+				atomic_inc(&info->ref);
+				return info;
+			}
+			info = cma_index_next(info);
+		}
 	}
-	return nullptr;
 }
 
 void show_info(const struct cma_stackinfo &info)
@@ -116,26 +114,23 @@ void show_brief(const char *name, unsigned long pfn, unsigned long count)
 
 void show_stackinfos(const char *name, unsigned long pfn, unsigned long count)
 {
-	struct cma_stackinfo *info = nullptr;
+	cma_place place = cma_first_place;
 
 	if (!name)
 		return;
 	{
 		const irqsave_guard guard(cma_lock);
 
-		list_sort(nullptr, &cmainfolist, cmalist_compare);
-		info = get_next(cmainfolist.next, name);
+		cma_index_rank();
 	}
-	// Printing is slow, so it happens unlocked. The reference keeps the record and its place in
-	// the list.
-	while (info) {
+	// Printing is slow, so it happens unlocked; the reference keeps the record. What is
+	// allocated meanwhile is not ranked and waits for the next listing.
+	while (struct cma_stackinfo *info = get_next(place, name)) {
 		show_info(*info);
 
 		const irqsave_guard guard(cma_lock);
-		struct cma_stackinfo *next = get_next(info->node.next, name);
 
 		put_cma_stackinfo(info);
-		info = next;
 	}
 	show_cma_pages(pfn, count);
 }

@@ -11,6 +11,7 @@
 #include <kernel/string.h>
 #include <kernel/tracepoint.h>
 
+#include "cma_index.h"
 #include "depot.h"
 #include "log.h"
 #include "subsystems.h"
@@ -98,6 +99,7 @@ int get_cma_regions(struct cma *area, void *)
 		const irqsave_guard guard(cma_lock);
 
 		list_add(&info->node, &cmainfolist);
+		cma_index_add(info);
 	}
 	if (READ_ONCE(cma_show_backtrace))
 		MEM_INFO("%s [%lu-%lu] add", name, pfn, pfn + count - 1);
@@ -137,41 +139,25 @@ void cma_show_when_exceed(const char *target)
 	WRITE_ONCE(print_it, true);
 }
 
-// The record of the released range: the first that equals it, else the first that shares pages with
-// it, else null. The kernel frees a range before it reports the release, so newer records may cover
-// parts of it; only the equal one is certain to be the range's own. Tolerated race: if someone
-// takes exactly this range in between, the newer of two equal records goes and the range stays
-// listed under its former owner.
-struct cma_stackinfo *find_released(const char *name, unsigned long start, unsigned long end)
-	REQUIRES(cma_lock)
+// Frees some of the records. Returns whether there are more.
+bool free_some_records()
 {
-	struct cma_stackinfo *found = nullptr;
+	const irqsave_guard guard(cma_lock);
 
-	for (struct list_head *at = cmainfolist.next; at != &cmainfolist; at = at->next) {
-		struct cma_stackinfo *info = cma_stackinfo_of(at);
-		const bool equal = info->start_pfn == start && info->end_pfn == end;
-
-		// Page frames first: the cheapest test rules out most records.
-		if (info->start_pfn > end || info->end_pfn < start || (found && !equal) ||
-		    info->released || strncmp(info->name, name, CMA_MAX_NAME) != 0)
-			continue;
-		if (equal)
-			return info;
-		found = info;
-	}
-	if (found && found->start_pfn != start && found->end_pfn != end &&
-	    READ_ONCE(cma_show_backtrace))
-		MEM_LOG(KERN_INFO, "__check_and_del", "[%lu-%lu] overlaps existed [%lu, %lu]",
-			start, end, found->start_pfn, found->end_pfn);
-	return found;
+	for (int i = 0; i < cma_records_at_once && cmainfolist.next != &cmainfolist; i++)
+		put_cma_stackinfo(cma_stackinfo_of(cmainfolist.next));
+	return cmainfolist.next != &cmainfolist;
 }
 
 void free_records()
 {
-	const irqsave_guard guard(cma_lock);
+	{
+		const irqsave_guard guard(cma_lock);
 
-	while (cmainfolist.next != &cmainfolist)
-		put_cma_stackinfo(cma_stackinfo_of(cmainfolist.next));
+		cma_index_clear();
+	}
+	while (free_some_records())
+		;
 }
 
 } // namespace
@@ -232,12 +218,20 @@ void vh_cma_release(void *, const char *name, unsigned long pfn, const struct pa
 		MEM_LOG(KERN_INFO, "__check_and_del", "%s [%lu-%lu] del", name, pfn, end);
 	}
 
-	struct cma_stackinfo *info = find_released(name, pfn, end);
+	// Tolerated race: if someone takes exactly this range before its release is reported, the
+	// newer of two equal records goes and the range stays listed under its former owner.
+	struct cma_stackinfo *info = cma_index_find(name, pfn, end);
 
-	if (info) {
-		info->released = true;
-		put_cma_stackinfo(info);
-	}
+	if (!info)
+		return;
+	if (info->start_pfn != pfn && info->end_pfn != end && READ_ONCE(cma_show_backtrace))
+		MEM_LOG(KERN_INFO, "__check_and_del", "[%lu-%lu] overlaps existed [%lu, %lu]", pfn,
+			end, info->start_pfn, info->end_pfn);
+	// The neighbours in the list are anywhere in memory; fetch them while the index changes.
+	__builtin_prefetch(info->node.next);
+	__builtin_prefetch(info->node.prev);
+	cma_index_remove(info);
+	put_cma_stackinfo(info);
 }
 
 int cma_track_init(void)

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-only
-// CMA tracking: what its two halves share, the records of allocations (cma_track.cpp) and the
-// reports about them (cma_report.cpp).
+// CMA tracking: what its parts share, the records of allocations (cma_track.cpp), their index
+// (cma_index.cpp) and the reports about them (cma_report.cpp).
 //
-// Locks: cma_lock, a raw spinlock, protects cmainfolist, and of each record its node, its released
-// mark and the drop of its last reference. Taken with interrupts off, since the probes run in any
-// context. Inside it only the allocator's and the kernel log's locks are taken.
+// Locks: cma_lock, a raw spinlock, protects cmainfolist and the index, and of each record its links
+// and the drop of its last reference. Taken with interrupts off, since the probes run in any
+// context, and dropped after cma_records_at_once records. Inside it only the allocator's and the
+// kernel log's locks are taken.
 #pragma once
 
 #include <kernel/atomic.h>
@@ -13,21 +14,29 @@
 #include <kernel/debugfs.h>
 #include <kernel/list.h>
 #include <kernel/mm.h>
+#include <kernel/rbtree.h>
 #include <kernel/spinlock.h>
 #include <kernel/stackdepot.h>
 
 // The number of areas in the table: as many as the platform can have.
 inline constexpr int max_cma_regions = 17;
 
-// A range that is allocated and not released yet.
+// How many records are visited or freed under the lock at a time: a few microseconds.
+inline constexpr int cma_records_at_once = 16;
+
+// A range that is allocated and not released yet. What a walk down the index reads is together in
+// one cache line.
 struct cma_stackinfo {
 	char name[CMA_MAX_NAME]; // the area's
 	unsigned long start_pfn;
 	unsigned long end_pfn;	     // the last page
+	struct rb_node tree;	     // in the index, until the release
+	u64 serial;		     // counts allocations
+	unsigned long subtree_last;  // of the node and all below it, the last page
+	u64 subtree_newest;	     // and the highest serial number
 	depot_stack_handle_t handle; // 0 if no stack could be stored
 	atomic_t ref;		     // one for the list, until the release, and one per reader
 	struct list_head node;
-	bool released; // the list's reference is gone, only readers hold the record
 };
 
 inline struct cma_stackinfo *cma_stackinfo_of(struct list_head *node)
@@ -39,7 +48,7 @@ inline struct cma_stackinfo *cma_stackinfo_of(struct list_head *node)
 KERNEL_C_BEGIN
 
 extern raw_spinlock_t cma_lock;
-// The records of all areas. A listing sorts them by start_pfn; new ones go to the front.
+// The records of all areas, newest first, and those released ones that a reader still holds.
 extern struct list_head cmainfolist GUARDED_BY(cma_lock);
 
 extern int cma_show_backtrace;

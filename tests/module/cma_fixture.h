@@ -2,7 +2,9 @@
 // A machine with two CMA areas and the module loaded.
 #pragma once
 
+#include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <cma_track.h>
@@ -48,7 +50,7 @@ protected:
 	{
 		return "/sys/kernel/debug/tarn_cma/" + name + "/show";
 	}
-	// The listing of an area as "start-end count" lines. This sorts the module's list.
+	// The listing of an area as "start-end count" lines. This ranks the module's records.
 	lines listed(const cma &area)
 	{
 		forget_log();
@@ -62,20 +64,24 @@ protected:
 		}
 		return found;
 	}
-	// Visits the module's list in its order.
-	template <class Visit>
-	void visit_records(Visit visit) NO_THREAD_SAFETY_ANALYSIS
+	// The records in the order in which a release looks for its own: first what is newer than
+	// the last listing, newest first, then the rest by first page.
+	std::vector<const cma_stackinfo *> ranked() NO_THREAD_SAFETY_ANALYSIS
 	{
+		std::vector<const cma_stackinfo *> found;
 		for (list_head *at = head_->next; at != head_; at = at->next)
-			visit(*reinterpret_cast<const cma_stackinfo *>(
-				reinterpret_cast<char *>(at) - offsetof(cma_stackinfo, node)));
+			found.push_back(cma_stackinfo_of(at));
+		std::ranges::sort(found, {}, [&](const cma_stackinfo *info) {
+			const bool old = info->serial <= *ranked_serial_;
+			return std::tuple(old, old ? info->start_pfn : 0, ~info->serial);
+		});
+		return found;
 	}
 	std::vector<cma_range> records()
 	{
 		std::vector<cma_range> found;
-		visit_records([&](const cma_stackinfo &info) {
-			found.push_back({info.name, info.start_pfn, info.end_pfn});
-		});
+		for (const cma_stackinfo *info : ranked())
+			found.push_back({info->name, info->start_pfn, info->end_pfn});
 		return found;
 	}
 
@@ -87,6 +93,7 @@ protected:
 
 private:
 	list_head *head_ = module.internal<list_head>("cmainfolist");
+	const u64 *ranked_serial_ = module.internal<u64>("cma_ranked_serial");
 };
 
 } // namespace module_tests

@@ -56,9 +56,9 @@ TEST_F(cma_records, a_release_across_two_records_drops_the_first_in_the_list)
 	tell_alloc(area, 5004, 4);
 	EXPECT_THAT(listed(area), ElementsAre("5000-5003 4", "5004-5007 4"));
 	tell_alloc(area, 5008, 4);
-	EXPECT_THAT(records(), ElementsAre(newest, low, high)) << "in front of a sorted list, too";
+	EXPECT_THAT(records(), ElementsAre(newest, low, high)) << "in front of ranked ones, too";
 	tell_release(area, 4999, 9);
-	EXPECT_THAT(records(), ElementsAre(newest, high)) << "a listing had sorted the list";
+	EXPECT_THAT(records(), ElementsAre(newest, high)) << "a listing had ranked them";
 }
 
 // Between the free of a range and the report of its release, others may take parts of it.

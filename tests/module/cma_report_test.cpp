@@ -47,7 +47,7 @@ TEST_F(cma_report, of_an_area_that_could_not_be_activated_has_no_pages)
 	EXPECT_THAT(log_lines(log_info, "cma warn"), IsEmpty());
 }
 
-TEST_F(cma_report, show_lists_one_area_but_sorts_all)
+TEST_F(cma_report, show_lists_one_area_but_ranks_all)
 {
 	EXPECT_EQ(write_file(show_path("camera"), "1"), -EACCES);
 	{
@@ -77,6 +77,18 @@ TEST_F(cma_report, show_lists_one_area_but_sorts_all)
 				cma_range{"linux,cma", 6000, 6001},
 				cma_range{"camera", 8300, 8300}))
 		<< "records with the same start keep their order";
+}
+
+TEST_F(cma_report, records_of_another_area_are_passed_over)
+{
+	constexpr unsigned long others = 100;
+	static_assert(others > 3 * cma_records_at_once);
+	for (unsigned long i = 0; i < others; i++)
+		tell_alloc(camera, base + i, 1);
+	tell_alloc(area, base + others / 2, 1);
+	tell_alloc(area, base + others, 1);
+	EXPECT_THAT(listed(area), ElementsAre("4146-4146 1", "4196-4196 1"));
+	EXPECT_THAT(listed(camera).size(), others);
 }
 
 TEST_F(cma_report, each_failure_logs_a_summary_but_only_one_listing_per_interval)
@@ -170,7 +182,7 @@ TEST_F(cma_report, a_record_may_be_released_while_it_is_printed)
 			tell_alloc(area, 4106, 10);
 			EXPECT_THAT(records(), ElementsAre(record(4106), record(4106), record(4126),
 							   record(4136)));
-			// Another listing sorts the list in the middle of this one.
+			// Another listing ranks the records in the middle of this one.
 			tell_alloc(area, ~0UL, 1, -ENOMEM);
 		});
 		listed(area);

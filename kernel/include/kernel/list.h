@@ -29,9 +29,5 @@ static inline void list_del(struct list_head *node)
 	node->prev->next = node->next;
 }
 
-/* Stable merge sort. A positive result of cmp puts a after b. */
-void list_sort(void *priv, struct list_head *head,
-	       int (*cmp)(void *priv, const struct list_head *a, const struct list_head *b));
-
 KERNEL_C_END
 #endif
