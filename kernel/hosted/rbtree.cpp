@@ -34,6 +34,12 @@ void set_parent(rb_node *node, rb_node *parent)
 		reinterpret_cast<unsigned long>(parent) | (node->__rb_parent_color & 1);
 }
 
+void adopt(rb_node *child, rb_node *parent)
+{
+	if (child)
+		set_parent(child, parent);
+}
+
 // A child is chosen by its side, so that mirrored cases share their code.
 enum class side { left, right };
 
@@ -70,8 +76,7 @@ void rotate(rb_node *node, side down, rb_root &root, const rb_augment_callbacks 
 	replace_child(rb_parent(node), node, up, root);
 	set_parent(up, rb_parent(node));
 	child(node, other(down)) = moved;
-	if (moved)
-		set_parent(moved, node);
+	adopt(moved, node);
 	child(up, down) = node;
 	set_parent(node, up);
 	callbacks.rotate(node, up);
@@ -154,16 +159,14 @@ void erase(rb_node *node, rb_root &root, const rb_augment_callbacks &callbacks)
 	const bool lost_black = !is_red(gap);
 
 	replace_child(above, gap, below, root);
-	if (below)
-		set_parent(below, above);
+	adopt(below, above);
 	if (gap != node) {
 		if (above == node)
 			above = gap;
 		*gap = *node;
 		replace_child(rb_parent(node), node, gap, root);
-		set_parent(gap->rb_left, gap);
-		if (gap->rb_right)
-			set_parent(gap->rb_right, gap);
+		adopt(gap->rb_left, gap);
+		adopt(gap->rb_right, gap);
 		callbacks.copy(node, gap);
 		if (above != gap)
 			callbacks.propagate(above, gap);
