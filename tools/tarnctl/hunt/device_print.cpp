@@ -2,6 +2,7 @@
 #include <tarnctl/hunt/device_print.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <iterator>
 #include <optional>
@@ -52,8 +53,11 @@ double growth_of(const device_hunt &hunt, const sampled_cache &cache)
 
 std::string signed_rate(double bytes_per_second)
 {
-	return bytes_per_second < 0 ? "-" + rate_text(-bytes_per_second).substr(1)
-				    : rate_text(bytes_per_second);
+	std::string text = rate_text(std::abs(bytes_per_second));
+
+	if (bytes_per_second < 0)
+		text.front() = '-';
+	return text;
 }
 
 // The target's figures, if the kernel gave any.
