@@ -12,12 +12,9 @@
 
 #include "log.h"
 #include "mem_adapter.h"
-#include "page_counts.h"
 
 namespace
 {
-
-constexpr unsigned int default_threshold_k = 1048576; // 1 GiB
 
 unsigned long vmalloc_kib()
 {
@@ -34,7 +31,7 @@ struct threshold_field {
 constexpr threshold_field threshold_fields[] = {
 	{TH_SLAB_K, slab_k, &memcheck_threshold::slab_k},
 	{TH_VMALLOC_K, vmalloc_k, &memcheck_threshold::vmalloc_k},
-	{TH_SLAB_LEAK_K, slab_leak_k, &memcheck_threshold::slab_leak_k},
+	{TH_SLAB_LEAK_K, hot.slab_leak_k, &memcheck_threshold::slab_leak_k},
 	{TH_VMALLOC_LEAK_K, vmalloc_leak_k, &memcheck_threshold::vmalloc_leak_k},
 };
 
@@ -42,7 +39,6 @@ constexpr threshold_field threshold_fields[] = {
 
 constinit unsigned int slab_k = default_threshold_k;
 constinit unsigned int vmalloc_k = default_threshold_k;
-constinit unsigned int slab_leak_k = default_threshold_k;
 constinit unsigned int vmalloc_leak_k = default_threshold_k;
 
 bool tarn_should_dump_unreclaim_slab(void)
@@ -52,7 +48,7 @@ bool tarn_should_dump_unreclaim_slab(void)
 
 bool tarn_should_detect_slab_leak(void)
 {
-	return READ_ONCE(slab_leak_k) < unreclaimable_slab_kib();
+	return slab_leak_suspected();
 }
 
 bool tarn_should_dump_vmalloc(void)

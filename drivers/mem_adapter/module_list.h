@@ -14,15 +14,16 @@
 	X("Tarn OS_ADAPTER Driver")
 
 // X(parameter, variable, type, permissions). The variable of kind_counts is a function that fills
-// in two numbers, of allocations and frees; such a parameter cannot be set.
+// in two numbers, of allocations and frees; such a parameter cannot be set. The variable of a
+// ..._field is a field of the hot words.
 #define TARN_MODULE_PARAMS(X)                                                                      \
 	X(netlink_init, netlink_init, uint, 0444)                                                  \
 	X(slab_k, slab_k, uint, 0644)                                                              \
 	X(vmalloc_k, vmalloc_k, uint, 0644)                                                        \
-	X(slab_leak_k, slab_leak_k, uint, 0644)                                                    \
+	X(slab_leak_k, hot.slab_leak_k, uint_field, 0644)                                          \
 	X(vmalloc_leak_k, vmalloc_leak_k, uint, 0644)                                              \
 	X(memtrack_init_state, memtrack_init_state, uint, 0444)                                    \
-	X(slub_track_flag, slub_track_flag, int, 0644)                                             \
+	X(slub_track_flag, hot.slub_track_flag, int_field, 0644)                                   \
 	X(slub_recorded, slub_count_recorded, kind_counts, 0444)                                   \
 	X(slub_dropped, slub_count_dropped, kind_counts, 0444)                                     \
 	X(slub_lost, slub_count_lost, kind_counts, 0444)                                           \

@@ -12,8 +12,7 @@ int kslubtrackd(void *data);
 KERNEL_C_END
 
 constinit slub_track_state slub_track[SLUB_KINDS] = {};
-constinit struct kmem_cache *slub_track_cache = nullptr;
-constinit const struct task_struct *slub_tree_emptier = nullptr;
+constinit slub_tree_tasks slub_tree = {};
 
 namespace
 {
@@ -72,7 +71,7 @@ bool add_caller(const slub_track_entry &entry, struct rb_root &root, struct rb_n
 		struct rb_node **link)
 {
 	auto *node = static_cast<slub_caller_node *>(
-		helper_kmem_cache_alloc(slub_track_cache, GFP_ATOMIC | __GFP_NOWARN));
+		helper_kmem_cache_alloc(hot.slub_track_cache, GFP_ATOMIC | __GFP_NOWARN));
 
 	if (!node)
 		return false;
@@ -112,11 +111,12 @@ static_assert(offsetof(slub_caller_node, node) == 0);
 // tree_use keeps events of the allocations below from coming back for this lock.
 bool slub_drain_some(slub_ringbuf &ring, const slub_track_entry *buf, struct rb_root &root)
 {
-	const tree_use use(ring.tree_user);
+	const tree_use use(slub_tree.users[ring.kind]);
 
-	for (u64 i = 0; i < drain_batch && ring.in != ring.out; i++, ring.out++) {
+	for (u64 i = 0; i < drain_batch && ring.in != ring.out; i++) {
 		if (!count_entry(buf[ring.out & (ring.size - 1)], root))
 			WRITE_ONCE(ring.lost, ring.lost + 1);
+		WRITE_ONCE(ring.out, ring.out + 1);
 	}
 	return ring.in != ring.out;
 }
@@ -150,7 +150,7 @@ void slub_drop_tree(u32 kind)
 
 	while (struct rb_node *node = rb_first(&root)) {
 		rb_erase(node, &root);
-		kmem_cache_free(slub_track_cache, caller_of(node));
+		kmem_cache_free(hot.slub_track_cache, caller_of(node));
 	}
 }
 
@@ -170,7 +170,7 @@ int kslubtrackd(void *data)
 
 		const mutex_guard guard(state->slub_mutex);
 
-		if (READ_ONCE(slub_track_flag))
+		if (READ_ONCE(hot.slub_track_flag))
 			slub_fetch_node(state->kind);
 	}
 	return 0;

@@ -37,7 +37,7 @@ long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 {
 	struct rb_root root = slub_take_tree(kind);
 	unsigned long written = 0;
-	const tree_use use(slub_tree_emptier);
+	const tree_use use(slub_tree.emptier);
 	struct rb_node *at = rb_first(&root);
 
 	while (at) {
@@ -47,7 +47,7 @@ long take_tree(int kind, slub_stack_record *records, unsigned long max_records)
 		if (written < max_records && atomic_read(&node->count) >= reported_count)
 			fill_record(records[written++], *node);
 		rb_erase(&node->node, &root);
-		kmem_cache_free(slub_track_cache, node);
+		kmem_cache_free(hot.slub_track_cache, node);
 	}
 	return static_cast<long>(written);
 }

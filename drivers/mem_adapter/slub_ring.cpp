@@ -29,8 +29,8 @@ bool create_ring(u32 kind)
 
 	ring.buf = buf;
 	WRITE_ONCE(ring.in, 0ULL);
-	ring.out = 0;
-	WRITE_ONCE(ring.dropped, 0ULL);
+	WRITE_ONCE(ring.out, 0ULL);
+	atomic64_xchg_relaxed(&ring.dropped, 0);
 	WRITE_ONCE(ring.lost, 0ULL);
 	atomic64_xchg_relaxed(&ring.skipped, 0);
 	ring.size = slub_ring_entries;
@@ -93,10 +93,10 @@ void slub_count_recorded(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS
 	}
 }
 
-void slub_count_dropped(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS
+void slub_count_dropped(u64 counts[SLUB_KINDS])
 {
 	for (int kind = SLUB_ALLOC; kind < SLUB_KINDS; kind++)
-		counts[kind] = READ_ONCE(srb_array[kind].dropped);
+		counts[kind] = static_cast<u64>(atomic64_read(&srb_array[kind].dropped));
 }
 
 void slub_count_lost(u64 counts[SLUB_KINDS]) NO_THREAD_SAFETY_ANALYSIS

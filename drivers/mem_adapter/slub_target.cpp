@@ -9,10 +9,6 @@
 #include "slab_caches.h"
 #include "slub_track.h"
 
-// Tracking is on while nonzero. A plain word: the probes read it without the ring's lock, then
-// again under it. Tolerated race: a probe may see a switch one call late. Also a module parameter,
-// so it may be set while there are no rings.
-constinit int slub_track_flag = 0;
 // The cache of the last choice. Its owner may destroy it at any time, so it is looked up in the
 // kernel's list before it is used.
 constinit struct kmem_cache *max_slub_cache = nullptr;
@@ -97,7 +93,7 @@ void copy_name(char *to, size_t size, const char *name)
 // Tracking the tracker's own nodes would record its own work.
 bool is_own(const struct kmem_cache *cache)
 {
-	return cache == slub_track_cache ||
+	return cache == hot.slub_track_cache ||
 	       strcmp(helper_kmem_cache_name(cache), own_cache_name) == 0;
 }
 
@@ -210,7 +206,7 @@ int get_max_slub(void)
 
 int tarn_slub_track_on(const char *name)
 {
-	if (READ_ONCE(slub_track_flag))
+	if (READ_ONCE(hot.slub_track_flag))
 		return 0;
 	if (!mark_cache(name)) {
 		MEM_ERR("slub name[%s] not found\n", name);
@@ -225,7 +221,7 @@ int tarn_slub_track_on(const char *name)
 		return -ENOMEM;
 	}
 	MEM_INFO("slub name[%s] ok\n", name);
-	WRITE_ONCE(slub_track_flag, 1);
+	WRITE_ONCE(hot.slub_track_flag, 1);
 	return 0;
 }
 
@@ -233,13 +229,13 @@ int tarn_slub_track_off(const char *name)
 {
 	char other[slub_name_size] = {};
 
-	if (!READ_ONCE(slub_track_flag))
+	if (!READ_ONCE(hot.slub_track_flag))
 		return 0;
 	if (!unmark_cache(name, other)) {
 		MEM_ERR("slub name[%s] not found\n", name);
 		return -EINVAL;
 	}
-	WRITE_ONCE(slub_track_flag, 0);
+	WRITE_ONCE(hot.slub_track_flag, 0);
 	// Freeing a ring takes its lock: events recorded before that are drained, and a recorder
 	// that takes the lock later sees the flag.
 	slub_free_ring(SLUB_ALLOC);

@@ -83,9 +83,9 @@ int slub_track_init(void)
 {
 	// For vmalloc tracking, too.
 	depot_set_up("slub_track_init");
-	slub_track_cache = helper_kmem_cache_create("slub_track_cache", sizeof(slub_caller_node), 0,
-						    SLAB_NO_MERGE, nullptr);
-	if (!slub_track_cache) {
+	hot.slub_track_cache = helper_kmem_cache_create(
+		"slub_track_cache", sizeof(slub_caller_node), 0, SLAB_NO_MERGE, nullptr);
+	if (!hot.slub_track_cache) {
 		MEM_ERR("create slub_track_cache failed!\n");
 		return -EINVAL;
 	}
@@ -108,7 +108,7 @@ void slub_track_exit(void)
 	helper_tracepoint_synchronize_unregister();
 	slub_cancel_notify();
 
-	WRITE_ONCE(slub_track_flag, 0);
+	WRITE_ONCE(hot.slub_track_flag, 0);
 	clear_marks();
 	tarn_slab_mutex = nullptr;
 	tarn_slab_caches = nullptr;
@@ -116,6 +116,6 @@ void slub_track_exit(void)
 		slub_free_ring(kind);
 		slub_drop_tree(kind);
 	}
-	kmem_cache_destroy(slub_track_cache);
-	slub_track_cache = nullptr;
+	kmem_cache_destroy(hot.slub_track_cache);
+	WRITE_ONCE(hot.slub_track_cache, static_cast<struct kmem_cache *>(nullptr));
 }

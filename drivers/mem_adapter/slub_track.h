@@ -15,8 +15,7 @@
 // - srb_array[kind].lock, a raw spinlock per kind: protects the ring and the tree of that kind.
 //   Taken with interrupts off, since probes run in interrupts, and therefore for a bounded time: a
 //   drain lets go of it after every few entries, and a tree is emptied outside. The locks of the
-//   two kinds are never held together. A recorder takes the kernel's wait-queue lock inside it to
-//   wake the thread.
+//   two kinds are never held together. A recorder wakes the thread after it.
 #pragma once
 
 #include <kernel/atomic.h>
@@ -27,6 +26,8 @@
 #include <kernel/spinlock.h>
 #include <kernel/types.h>
 #include <kernel/wait.h>
+
+#include "hot_words.h"
 
 // Kinds of events; they index every per-kind array.
 enum : int { SLUB_ALLOC = 0, SLUB_FREE = 1, SLUB_KINDS = 2 };
@@ -48,25 +49,38 @@ struct slub_track_entry {
 
 // in - out entries are pending, 0 to size. The low bits of a counter select its slot.
 //
-// Each event of the target counts once: in, dropped or skipped; lost is a part of in. Written under
-// the lock except for skipped. Tolerated race: parameters show in, dropped and lost without the
-// lock, so while events come they may be one short.
-struct slub_ringbuf {
-	u32 kind;
-	slub_track_entry *buf GUARDED_BY(lock); // null while the tracker is off
-	raw_spinlock_t lock;
-	u64 size GUARDED_BY(lock);
-	u64 in GUARDED_BY(lock);
+// Each event of the target counts once: in, dropped or skipped; lost is a part of in. Tolerated
+// race: parameters show in and lost without the lock, so while events come they may be one short.
+//
+// Aligned, so that events of one kind share no cache line with those of the other.
+struct alignas(KERNEL_CACHE_LINE) slub_ringbuf {
+	u64 in GUARDED_BY(lock); // also read without the lock, as is out
 	u64 out GUARDED_BY(lock);
-	u64 dropped GUARDED_BY(lock); // no room, or no storage
-	u64 lost GUARDED_BY(lock);    // taken out, but without memory for a node
-	atomic64_t skipped;	      // the tracker's own traffic
-	// The task that works on the tree under the lock. While the allocator serves a tree node it
-	// may allocate for itself, as a leak detector does; recording that would take the lock
-	// again. Tolerated race: written under the lock, read without. A task finds itself here
-	// only if it wrote that itself.
-	const struct task_struct *tree_user;
+	raw_spinlock_t lock;
+	slub_track_entry *buf GUARDED_BY(lock); // null while the tracker is off
+	u64 size GUARDED_BY(lock);
+	atomic64_t dropped;	   // no room, or no storage
+	atomic64_t skipped;	   // the tracker's own traffic
+	u64 lost GUARDED_BY(lock); // taken out, but without memory for a node
+	u32 kind;
 };
+
+// The tasks that work on trees. Their events are the tracker's own. On a cache line of their own:
+// each event of the target looks here, but the line changes only as often as a thread drains.
+struct alignas(KERNEL_CACHE_LINE) slub_tree_tasks {
+	// How many of the tasks below are set. While it is 0, no event looks any further.
+	atomic_t tasks;
+	// The task that works on a kind's tree under the lock of its ring. While the allocator
+	// serves a tree node it may allocate for itself, as a leak detector does; recording that
+	// would take the lock again. Tolerated race: written under the lock, read without. A task
+	// finds itself here only if it wrote that itself.
+	const struct task_struct *users[SLUB_KINDS];
+	// The task that empties a tree it has taken. Set under memcheck_lock, read without, as
+	// above.
+	const struct task_struct *emptier;
+};
+
+extern "C" slub_tree_tasks slub_tree;
 
 // Names the current task as the user of a tree.
 class [[nodiscard]] tree_use
@@ -75,9 +89,11 @@ public:
 	explicit tree_use(const struct task_struct *&user) : user_(user)
 	{
 		WRITE_ONCE(user_, static_cast<const struct task_struct *>(helper_current()));
+		atomic_inc(&slub_tree.tasks);
 	}
 	~tree_use()
 	{
+		atomic_dec(&slub_tree.tasks);
 		WRITE_ONCE(user_, static_cast<const struct task_struct *>(nullptr));
 	}
 	tree_use(const tree_use &) = delete;
@@ -135,11 +151,6 @@ KERNEL_C_BEGIN
 
 extern slub_ringbuf srb_array[SLUB_KINDS];
 extern slub_track_state slub_track[SLUB_KINDS];
-// The task that empties a tree it has taken. Its frees are the tracker's own. Set under
-// memcheck_lock, read without, as tree_user is.
-extern const struct task_struct *slub_tree_emptier;
-extern int slub_track_flag;
-extern struct kmem_cache *slub_track_cache;
 extern struct list_head *tarn_slab_caches;
 extern struct mutex *tarn_slab_mutex;
 extern struct kmem_cache *max_slub_cache;
@@ -153,6 +164,7 @@ void slub_track_exit(void);
 // Probes. Context: any; never sleep.
 void vh_slab_alloc_node(void *data, void *object, unsigned long addr, struct kmem_cache *cache);
 void vh_slab_free(void *data, unsigned long addr, struct kmem_cache *cache);
+// Record an event of the target.
 void set_alloc_track(unsigned long addr);
 void set_free_track(unsigned long addr);
 

@@ -2,7 +2,7 @@
 // The insides of a slab cache.
 #pragma once
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -41,9 +41,16 @@ struct cache_entry {
 	kmem_cache *cache;
 };
 
+// The part of a cache that the interface reads in place. Written under the slab mutex, read
+// without.
+struct cache_flags {
+	unsigned flags;
+};
+static_assert(offsetof(cache_flags, flags) == KERNEL_KMEM_CACHE_FLAGS);
+
 } // namespace hosted
 
-struct kmem_cache {
+struct kmem_cache : hosted::cache_flags {
 	kmem_cache(std::string_view name, unsigned object_size, unsigned align, unsigned flags);
 	~kmem_cache();
 	kmem_cache(const kmem_cache &) = delete;
@@ -54,7 +61,6 @@ struct kmem_cache {
 	const unsigned order;
 	const unsigned objects_per_slab;
 	atomic_long_t &pages_stat; // where the pages are counted
-	std::atomic<unsigned> flags;
 	hosted::cache_entry entry{};
 	// Creations that have not been undone, the module's among them. Under the slab mutex.
 	unsigned users = 0;

@@ -103,7 +103,7 @@ kmem_cache *find_mergeable(unsigned object_size, unsigned align, unsigned flags)
 	const unsigned size = aligned(object_size, align);
 	const std::vector<kmem_cache *> all = caches();
 	const auto found = std::find_if(all.rbegin(), all.rend(), [&](const kmem_cache *cache) {
-		const unsigned its_flags = cache->flags.load(std::memory_order_relaxed);
+		const unsigned its_flags = READ_ONCE(cache->flags);
 		return !(its_flags & SLAB_NO_MERGE) &&
 		       (its_flags & SLAB_RECLAIM_ACCOUNT) == (flags & SLAB_RECLAIM_ACCOUNT) &&
 		       cache->size >= size && cache->size - size < min_align &&
@@ -218,13 +218,13 @@ void reset_slab()
 using namespace hosted;
 
 kmem_cache::kmem_cache(std::string_view cache_name, unsigned object_size, unsigned align,
-		       unsigned cache_flags)
-	: name(cache_name), size(aligned(object_size, align)), order(choose_order(size)),
-	  objects_per_slab(slots(order, size)),
-	  pages_stat(vm_node_stat[cache_flags & SLAB_RECLAIM_ACCOUNT
-					  ? nr_slab_reclaimable_b
-					  : KERNEL_NR_SLAB_UNRECLAIMABLE_B]),
-	  flags(cache_flags), entry{{}, this}
+		       unsigned flag_bits)
+	: cache_flags{flag_bits}, name(cache_name), size(aligned(object_size, align)),
+	  order(choose_order(size)), objects_per_slab(slots(order, size)),
+	  pages_stat(
+		  vm_node_stat[flag_bits & SLAB_RECLAIM_ACCOUNT ? nr_slab_reclaimable_b
+								: KERNEL_NR_SLAB_UNRECLAIMABLE_B]),
+	  entry{{}, this}
 {
 }
 
@@ -266,13 +266,8 @@ unsigned int helper_kmem_cache_full_size(const kmem_cache *cache)
 	return cache->size;
 }
 
-unsigned int helper_kmem_cache_flags(const kmem_cache *cache)
-{
-	return cache->flags.load(std::memory_order_relaxed);
-}
-
 void helper_kmem_cache_set_flags(kmem_cache *cache, unsigned int flags)
 {
 	check_list_held("write of a cache's flags");
-	cache->flags.store(flags, std::memory_order_relaxed);
+	WRITE_ONCE(cache->flags, flags);
 }

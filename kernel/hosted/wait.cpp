@@ -15,11 +15,13 @@ struct wait_entry {
 	wait_entry *prev;
 	task_struct *task;
 
+	// next is also read without the queue's lock.
 	void unlink()
 	{
-		prev->next = next;
+		WRITE_ONCE(prev->next, next);
 		next->prev = prev;
-		next = prev = this;
+		WRITE_ONCE(next, this);
+		prev = this;
 	}
 	[[nodiscard]] bool queued() const
 	{
@@ -34,6 +36,8 @@ struct wait_queue {
 	wait_entry head;
 };
 static_assert(std::is_trivial_v<wait_queue>);
+static_assert(offsetof(wait_queue, head) == KERNEL_WAIT_QUEUE_ENTRIES);
+static_assert(offsetof(wait_entry, next) == offsetof(list_head, next));
 
 wait_queue &real(struct wait_queue_head *wq_head)
 {
@@ -70,7 +74,8 @@ void prepare_to_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *w
 	if (!entry.queued()) {
 		entry.next = queue.head.next;
 		entry.prev = &queue.head;
-		entry.next->prev = queue.head.next = &entry;
+		entry.next->prev = &entry;
+		WRITE_ONCE(queue.head.next, &entry);
 	}
 	// under the lock, so that a waker that finds the entry also finds the state
 	set_current_state(state);

@@ -9,6 +9,7 @@
 
 #include <kernel/vendor_hooks.h>
 
+#include "hot_words.h"
 #include "mem_adapter.h"
 #include "module_list.h"
 #include "param_charp_rcu.h"
@@ -24,11 +25,15 @@ MODULE_IMPORT_NS(TARN_MODULE_IMPORT_NS);
 /* Declares the parameters' variables with the types in the list. */
 #define DECLARE_int(variable) extern int variable
 #define DECLARE_uint(variable) extern unsigned int variable
+#define DECLARE_int_field(variable) static_assert(__same_type(variable, int))
+#define DECLARE_uint_field(variable) static_assert(__same_type(variable, unsigned int))
 #define DECLARE_charp(variable) extern char *variable
 #define DECLARE_charp_rcu(variable) extern char *variable
 #define DECLARE_kind_counts(function) extern void function(u64 counts[2])
 #define PARAM_int(name, variable, mode) module_param_named(name, variable, int, mode)
 #define PARAM_uint(name, variable, mode) module_param_named(name, variable, uint, mode)
+#define PARAM_int_field PARAM_int
+#define PARAM_uint_field PARAM_uint
 #define PARAM_charp(name, variable, mode) module_param_named(name, variable, charp, mode)
 #define PARAM_charp_rcu(name, variable, mode) module_param_charp_rcu(name, variable, mode)
 #define PARAM_kind_counts(name, function, mode) module_param_kind_counts(name, function, mode)

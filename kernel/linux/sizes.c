@@ -54,6 +54,13 @@ static_assert(_SLAB_FLAGS_LAST_BIT < 32, "caches have no unused flag");
 		DEFINE(symbol, sizeof(type));                                                      \
 	} while (0)
 
+/* A field that the interface reads in place. */
+#define OFFSET_OF(symbol, type, field, field_type)                                                 \
+	do {                                                                                       \
+		static_assert(sizeof_field(type, field) == sizeof(field_type));                    \
+		DEFINE(symbol, offsetof(type, field));                                             \
+	} while (0)
+
 void kernel_sizes(void);
 
 void kernel_sizes(void)
@@ -74,6 +81,8 @@ void kernel_sizes(void)
 	SIZE(KERNEL_SIZEOF_KPROBE, struct kprobe);
 	SIZE(KERNEL_SIZEOF_ALLOC_CONTEXT, struct alloc_context);
 
+	OFFSET_OF(KERNEL_KMEM_CACHE_FLAGS, struct kmem_cache, flags, unsigned int);
+	OFFSET_OF(KERNEL_WAIT_QUEUE_ENTRIES, struct wait_queue_head, head, struct list_head);
 	DEFINE(KERNEL_GROUP_ATTRIBUTES, KERNEL_GROUP_ATTRIBUTES);
 	DEFINE(KERNEL_SLAB_RECLAIM_ACCOUNT, SLAB_RECLAIM_ACCOUNT);
 	DEFINE(KERNEL_SLAB_SPARE_FLAG, SPARE_SLAB_FLAG);

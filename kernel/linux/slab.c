@@ -44,11 +44,6 @@ unsigned int helper_kmem_cache_full_size(const struct kmem_cache *cache)
 	return cache->size;
 }
 
-unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache)
-{
-	return READ_ONCE(cache->flags);
-}
-
 void helper_kmem_cache_set_flags(struct kmem_cache *cache, unsigned int flags)
 {
 	WRITE_ONCE(cache->flags, (slab_flags_t)flags);

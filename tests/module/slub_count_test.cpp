@@ -2,6 +2,8 @@
 // The tracker's counts: each event of the target is recorded, or counted as missing.
 #include "slub_fixture.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 #include <hosted/engine/fault.h>
 #include <hosted/vendor_hooks.h>
@@ -40,6 +42,29 @@ TEST_F(slub_count, each_event_is_recorded_dropped_or_lost)
 
 	track("victim");
 	expect_counts({0, 0}, {0, 0}, {0, 0}, {0, 0});
+}
+
+TEST_F(slub_count, a_full_ring_drops_before_the_stack_is_taken)
+{
+	const frame_scope in(path("open"));
+
+	for (const int kind : {SLUB_ALLOC, SLUB_FREE}) {
+		const auto record = kind == SLUB_ALLOC ? record_alloc : record_free;
+		const fault_scope watch;
+		const auto stacks = [&] {
+			return std::ranges::count(watch.calls(), std::string("stack_depot_save"),
+						  &fallible_call::name);
+		};
+
+		hold_thread(drain_threads[kind]);
+		record(*cache, slub_ring_entries + 7);
+		EXPECT_EQ(stacks(), slub_ring_entries);
+		let_go_thread(drain_threads[kind]);
+		settle();
+		record(*cache, 1);
+		EXPECT_EQ(stacks(), slub_ring_entries + 1) << "the thread has made room";
+	}
+	expect_counts({slub_ring_entries + 1, slub_ring_entries + 1}, {7, 7}, {0, 0}, {0, 0});
 }
 
 TEST_F(slub_count, a_ring_without_storage_drops_all)

@@ -2,6 +2,7 @@
 // Compiled into the module's shared object; describes the module to the loader.
 #include <hosted/engine/module_image.h>
 
+#include <hot_words.h>
 #include <mem_adapter.h>
 #include <module_list.h>
 
@@ -11,6 +12,8 @@ struct module __this_module;
 // NOLINTBEGIN(bugprone-macro-parentheses): declarators
 #define DECLARE_int(variable) extern int variable;
 #define DECLARE_uint(variable) extern unsigned int variable;
+#define DECLARE_int_field(variable)
+#define DECLARE_uint_field(variable)
 #define DECLARE_charp(variable) extern char *variable;
 #define DECLARE_charp_rcu(variable) extern char *variable;
 #define DECLARE_kind_counts(function) extern "C" void function(u64 counts[2]);
@@ -23,6 +26,8 @@ namespace
 
 #define VARIABLE_int(variable) &(variable)
 #define VARIABLE_uint(variable) &(variable)
+#define VARIABLE_int_field(variable) &(variable)
+#define VARIABLE_uint_field(variable) &(variable)
 #define VARIABLE_charp(variable) &(variable)
 #define VARIABLE_charp_rcu(variable)                                                               \
 	hosted::rcu_string                                                                         \

@@ -25,6 +25,11 @@ static inline void atomic_inc(atomic_t *v)
 	__atomic_fetch_add(&v->counter, 1, __ATOMIC_RELAXED);
 }
 
+static inline void atomic_dec(atomic_t *v)
+{
+	__atomic_fetch_sub(&v->counter, 1, __ATOMIC_RELAXED);
+}
+
 static inline int atomic_fetch_inc(atomic_t *v)
 {
 	return __atomic_fetch_add(&v->counter, 1, __ATOMIC_RELAXED);

@@ -41,9 +41,34 @@
 #define _Alignas_kernel(n) _Alignas(n)
 #endif
 
-/* A single load or store that the compiler neither tears nor repeats. It orders nothing. */
+/* A field of a kernel structure, at the offset that the kernel's sizes.h names. */
+#ifdef __cplusplus
+#define KERNEL_FIELD(type, object, offset)                                                         \
+	(*reinterpret_cast<const type *>(reinterpret_cast<const char *>(object) + (offset)))
+#else
+#define KERNEL_FIELD(type, object, offset) (*(const type *)((const char *)(object) + (offset)))
+#endif
+
+/* A single load or store that the compiler neither tears nor repeats. It orders nothing. On a real
+ * kernel it is the volatile access that the kernel makes itself, for which GCC makes shorter code
+ * than for an atomic one. */
+#if defined(__KERNEL__) && defined(__cplusplus)
+#define READ_ONCE(x) (*static_cast<const volatile __typeof__(x) *>(&(x)))
+#define WRITE_ONCE(x, value) (void)(*static_cast<volatile __typeof__(x) *>(&(x)) = (value))
+#else
 #define READ_ONCE(x) __atomic_load_n(&(x), __ATOMIC_RELAXED)
 #define WRITE_ONCE(x, value) __atomic_store_n(&(x), (value), __ATOMIC_RELAXED)
+#endif
+/* The same load, done before all loads and stores that follow it. */
+#define LOAD_ACQUIRE(x) __atomic_load_n(&(x), __ATOMIC_ACQUIRE)
+#endif
+
+/* A local variable that the compiler does not fill where it initialises all others, for one that is
+ * filled on a hot path before it is read. */
+#if defined(__has_attribute) && __has_attribute(uninitialized)
+#define KERNEL_UNINITIALIZED __attribute__((uninitialized))
+#else
+#define KERNEL_UNINITIALIZED
 #endif
 
 #ifdef __GNUC__

@@ -39,6 +39,12 @@ void kmem_cache_free(struct kmem_cache *cache, void *object);
 /* Null is ignored. Context: any. */
 void kfree(const void *object);
 
+/* Read in place, since the slab hooks do so at every event. */
+static inline unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache)
+{
+	return READ_ONCE(KERNEL_FIELD(unsigned int, cache, KERNEL_KMEM_CACHE_FLAGS));
+}
+
 KERNEL_C_END
 #endif
 
@@ -57,7 +63,6 @@ struct kmem_cache *helper_kmem_cache_of(struct list_head *entry);
 const char *helper_kmem_cache_name(const struct kmem_cache *cache);
 /* Size of one object in bytes, including its metadata. */
 unsigned int helper_kmem_cache_full_size(const struct kmem_cache *cache);
-unsigned int helper_kmem_cache_flags(const struct kmem_cache *cache);
 /* Writes the flags. The caller holds the slab mutex. */
 void helper_kmem_cache_set_flags(struct kmem_cache *cache, unsigned int flags);
 

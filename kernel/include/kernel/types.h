@@ -39,3 +39,5 @@ KERNEL_C_END
 
 /* The target uses 4 KiB pages. */
 #define KERNEL_PAGE_SHIFT 12
+/* Bytes of a cache line of the target's data caches. */
+#define KERNEL_CACHE_LINE 64

@@ -19,6 +19,16 @@ void finish_wait(struct wait_queue_head *wq_head, struct wait_queue_entry *wq_en
 /* Wakes waiting tasks whose state is in mode, at most nr_exclusive exclusive ones. Context: any. */
 int __wake_up(struct wait_queue_head *wq_head, unsigned int mode, int nr_exclusive, void *key);
 
+/* Whether a task waits, without the queue's lock: the answer may miss a task that is just queueing
+ * itself. Read in place, since a recorder asks at every event. Context: any. */
+static inline bool helper_waitqueue_active(const struct wait_queue_head *wq_head)
+{
+	const struct list_head *entries =
+		&KERNEL_FIELD(struct list_head, wq_head, KERNEL_WAIT_QUEUE_ENTRIES);
+
+	return READ_ONCE(entries->next) != entries;
+}
+
 KERNEL_C_END
 #endif
 

@@ -18,6 +18,10 @@
 #define KERNEL_SIZEOF_KPROBE 48
 #define KERNEL_SIZEOF_ALLOC_CONTEXT 48
 
+/* Where the interface reads fields in place. */
+#define KERNEL_KMEM_CACHE_FLAGS 0
+#define KERNEL_WAIT_QUEUE_ENTRIES 32
+
 #define KERNEL_GROUP_ATTRIBUTES 8
 
 #define KERNEL_SLAB_RECLAIM_ACCOUNT 0x20000u
