@@ -54,6 +54,8 @@ run_limit=240 # seconds
 processors=2
 cpu=max
 arguments="console=ttyAMA0 rdinit=/init panic=-1 loglevel=7 printk.devkmsg=on zram.num_devices=2"
+# Report real stalls, but not a guest that a busy host keeps waiting.
+patient="rcupdate.rcu_cpu_stall_timeout=120 watchdog_thresh=60"
 case $flavour in
 plain) ;;
 debug)
@@ -63,15 +65,15 @@ debug)
 	movable=960
 	slow=8
 	run_limit=2700
-	# Report real stalls, but not a guest that a busy host keeps waiting.
-	arguments+=" kmemleak=on lab_debug=1 rcupdate.rcu_cpu_stall_timeout=120 watchdog_thresh=60"
+	arguments+=" kmemleak=on lab_debug=1 $patient"
 	;;
 phone)
 	# Without the short cut, QEMU computes each pointer's code with the architected cipher.
 	cpu=max,pauth-impdef=on
 	memory=512
-	slow=3
-	run_limit=900
+	slow=4
+	run_limit=1200
+	arguments+=" $patient"
 	;;
 *) usage ;;
 esac

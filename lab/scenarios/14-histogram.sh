@@ -61,4 +61,5 @@ memcheck off slab
 cat "$kmem"/kmem_cache_free/hist >free
 memcheck read >text
 hist_compare text SLUB_FREE free vm_area_free_rcu_cb - 300 >result || fail "$(cat result)"
-at_least "compared" "$(sed 's/agreed on \([0-9]*\) .*/\1/' result)" 3000
+# A readout leaves out a task with fewer than 50 frees, of which eight processors make some.
+at_least "compared" "$(sed 's/agreed on \([0-9]*\) .*/\1/' result)" 2700
