@@ -32,7 +32,9 @@ constexpr unsigned int own_frames = 5;
 constinit ratelimit_state slub_detect_notify = {};
 constinit struct irq_work slub_notify_work = {};
 
-[[gnu::noinline, gnu::cold]] void notify()
+// Not marked cold, nor is anything else: GCC does not align such functions as the kernel's function
+// tracer needs it.
+[[gnu::noinline]] void notify()
 {
 	if (!___ratelimit(&slub_detect_notify, __func__))
 		return;
@@ -65,7 +67,7 @@ constinit struct irq_work slub_notify_work = {};
 // Under a ring's lock neither ring may be used for the tracker's own events: two tasks holding one
 // lock each would wait for each other. A tree is emptied without a lock, so there interrupts come
 // in between, which do not work for the tracker.
-[[gnu::noinline, gnu::cold]] bool works_on_tree()
+[[gnu::noinline]] bool works_on_tree()
 {
 	const struct task_struct *task = helper_current();
 
@@ -145,7 +147,7 @@ void wake_drain(int kind)
 
 	if (!READ_ONCE(hot.slub_track_flag))
 		return false;
-	if (serves_tracker()) {
+	if (serves_tracker()) [[unlikely]] {
 		atomic64_add(1, &ring.skipped);
 		return false;
 	}
@@ -197,7 +199,7 @@ void vh_slab_alloc_node(void *, void *object, unsigned long addr, struct kmem_ca
 {
 	if (cache == READ_ONCE(hot.slub_track_cache))
 		return;
-	if (slab_leak_suspected())
+	if (slab_leak_suspected()) [[unlikely]]
 		notify();
 	if (object && is_tracked(cache) && wants_event(SLUB_ALLOC))
 		set_alloc_track(addr);
