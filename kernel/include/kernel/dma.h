@@ -23,7 +23,7 @@ KERNEL_C_END
 
 KERNEL_C_BEGIN
 
-/* Whether the device's iommu pointer is set: it is behind an IOMMU, whichever driver serves that. */
+/* Whether the device's iommu pointer is set: it is behind an IOMMU, whichever driver serves it. */
 bool helper_device_has_iommu(const struct device *dev);
 
 KERNEL_C_END
