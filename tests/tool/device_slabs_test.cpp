@@ -77,7 +77,7 @@ public:
 	{
 		const auto tenths = static_cast<std::uint64_t>(time / 100ms);
 		// In place, since the hunt keeps the file open; the text never gets shorter.
-		std::ofstream(root + "/proc/slabinfo", std::ios::app);
+		std::ofstream(root + "/proc/slabinfo", std::ios::app).close();
 		std::fstream file(root + "/proc/slabinfo");
 
 		file << "slabinfo - version: 2.1\n# name <active_objs> <num_objs> <objsize> ...\n";
