@@ -52,7 +52,8 @@ public:
 		turn_ = !turn_;
 		change_(phys + (moved ? entry_span(3) : 0), virt, gib,
 			{turn_ ? read_only : normal});
-		done_ &= hosted::table_activity().barriers - barriers == stores;
+		// Each store has its barrier, and each table that is installed one more.
+		done_ &= hosted::table_activity().barriers - barriers >= stores;
 	}
 	void set_flags(bool set)
 	{
