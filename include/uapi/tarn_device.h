@@ -98,9 +98,6 @@ struct tarn_test_range {
 	uint32_t pages;
 	uint32_t target;
 	uint32_t access; /* enum tarn_test_access */
-	/* 1: do not invalidate translations afterwards, as a caller need not where the change made
-	 * a new table. */
-	uint32_t keep_translations;
 };
 
 /* The first word of a page of the block; initially the page's number. */

@@ -3,9 +3,6 @@
 //        services find PID             prints the thread that find_task_mm finds
 //        services block                prints the test block's address and physical address
 //        services range FIRST PAGES TARGET ordinary|read-only|none
-//        services split PAGE           makes a page read-only that was just written, in a block
-//                                      that has no table yet, and tries to write it again: fails
-//                                      unless the module invalidated the old translation
 //        services peek PAGE            prints the page's first word
 //        services watch PAGE...        reads pages that hold their numbers, over and over, until
 //                                      it is killed; fails at another value or a fault
@@ -13,8 +10,6 @@
 //        services flags ENTRIES BYTES set|clear   prints the pages that then have the flag
 //        services dma BYTES ATTRS [iommu]         maps a heap buffer and prints how
 // Makes one call of the memcheck device's memory services.
-#include <sched.h>
-
 #include <string_view>
 
 #include <linux/dma-heap.h>
@@ -77,7 +72,7 @@ int change_range(const lab::memcheck_file &device, char **argv)
 {
 	const std::string_view access = argv[3];
 	tarn_test_range range = {number(argv[0]), number(argv[1]), number(argv[2]),
-				 TARN_TEST_ORDINARY, 0};
+				 TARN_TEST_ORDINARY};
 
 	if (access == "read-only")
 		range.access = TARN_TEST_READ_ONLY;
@@ -101,25 +96,6 @@ int poke(const lab::memcheck_file &device, char **argv)
 	tarn_test_word word = {number(argv[0]), 0, number(argv[1])};
 
 	return device.call(TARN_IOC_TEST_WRITE, &word);
-}
-
-int split(const lab::memcheck_file &device, const char *page)
-{
-	tarn_test_range range = {number(page), 1, number(page), TARN_TEST_READ_ONLY, 1};
-	tarn_test_word word = {number(page), 0, number(page)};
-	cpu_set_t one;
-
-	// Another processor would not have the translation.
-	CPU_ZERO(&one);
-	CPU_SET(0, &one);
-	lab::must(sched_setaffinity(0, sizeof(one), &one), "sched_setaffinity");
-	if (const int error = device.call(TARN_IOC_TEST_WRITE, &word))
-		return error;
-	if (const int error = device.call(TARN_IOC_TEST_RANGE, &range))
-		return error;
-	if (device.call(TARN_IOC_TEST_WRITE, &word) != EFAULT)
-		lab::fail("page %s: the old translation is still used", page);
-	return 0;
 }
 
 int watch(const lab::memcheck_file &device, int argc, char **argv)
@@ -178,8 +154,6 @@ int error_of(const lab::memcheck_file &device, std::string_view what, int argc, 
 		return find_thread(device, argv[0]);
 	if (what == "range" && argc == 4)
 		return change_range(device, argv);
-	if (what == "split" && argc == 1)
-		return split(device, argv[0]);
 	if (what == "watch" && argc >= 1)
 		return watch(device, argc, argv);
 	if (what == "peek" && argc == 1)

@@ -49,14 +49,8 @@ equal "page 511" "$(services peek 511)" 511
 background services watch 0 99 102 300 450 509 514 700 900 >watched 2>&1
 watcher=$!
 
-# A page of a block becomes read-only: the block is split, the old translation is invalid at once,
-# and the other pages are unchanged.
-if [ $block = BLK ]; then
-	services split 101
-else
-	services range 101 1 101 read-only
-fi
-services range 100 1 100 read-only
+# Two pages of a block become read-only: the block is split, and its other pages are unchanged.
+services range 100 2 100 read-only
 entry_is "read-only" 100 PTE ro NX
 entry_is "read-only" 101 PTE ro
 for page in 0 99 102 511; do

@@ -190,8 +190,7 @@ static long change_range(const struct tarn_test_range __user *arg)
 		changed_end = max(changed_end, (unsigned long)range.first + range.pages);
 	}
 	remap(range.first, range.pages, range.target, prot);
-	if (!range.keep_translations)
-		invalidate(range.first, range.pages);
+	invalidate(range.first, range.pages);
 	return 0;
 }
 
